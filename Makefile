@@ -1,0 +1,44 @@
+# One-command entry points over CMake.
+#   make test              configure, build and run every test
+#   make test SANITIZE=1   the same with AddressSanitizer and UBSan
+#   make bench             build and run the benchmarks
+#   make install PREFIX=…  install header, libraries, pkg-config and CMake files
+
+SANITIZE ?= 0
+JOBS     ?= $(shell nproc)
+PREFIX   ?= /usr/local
+ifeq ($(SANITIZE),1)
+BUILD    ?= build-asan
+CMFLAGS  += -DLUMR_SANITIZE=ON -DLUMR_BUILD_BENCH=OFF
+else
+BUILD    ?= build
+endif
+
+.PHONY: all deps configure build test bench install demo clean
+
+all: build
+
+deps:
+	@tools/install-deps.sh
+
+configure: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMFLAGS) >/dev/null
+
+build: configure
+	@cmake --build $(BUILD) -j $(JOBS)
+
+test: build
+	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+bench: build
+	@tools/run-bench.sh $(BUILD)
+
+install: build
+	@cmake --install $(BUILD) --prefix $(PREFIX)
+
+demo:
+	@echo "make demo: the example programs are not written yet (see README)." >&2
+	@exit 1
+
+clean:
+	rm -rf build build-asan
