@@ -1,22 +1,19 @@
 // Masked stream arithmetic: the shading arithmetic of a ray stream.  A lane
 // is on when its mask value is zero or more.  Each two-body function has a
-// plain loop and a four-lane body behind ownGate4; where the two round
+// plain loop and a vector body behind ownGate4; where the two round
 // differently the operation order of each is written out literally.
 #include <cmath>
 #include <cstring>
 
 #include "frame/own.h"
+#include "frame/lanes.h"
 #include "frame/vec4.h"
 
 namespace {
 
-// All bits set in the off lanes (mask negative), clear in the on lanes.
-inline __m128 localOffLanes(const Lum32s* pMask, Lum32s i) {
-    const __m128i m = _mm_load_si128(reinterpret_cast<const __m128i*>(pMask + i));
-    return _mm_castsi128_ps(_mm_srai_epi32(m, 31));
-}
-
-inline __m128 localNegate(__m128 v) { return _mm_xor_ps(v, _mm_set1_ps(-0.0f)); }
+// Vector bodies are steps over groups of four or eight lanes (Lanes<W>); a
+// group whose mask signs are all negative stores the off-lane value without
+// reading its inputs.  Off lanes are selected by the mask words' sign bits.
 
 // ---- lumrMul_32f_C1P3IM ---------------------------------------------------
 void localMulP3Plain(const Lum32f* s, const Lum32s* m, const LumPlanes3& d, Lum32s len) {
@@ -29,19 +26,23 @@ void localMulP3Plain(const Lum32f* s, const Lum32s* m, const LumPlanes3& d, Lum3
     }
 }
 
-void localMulP3Vec(const Lum32f* s, const Lum32s* m, const LumPlanes3& d, Lum32s len) {
-    const __m128 zero = _mm_setzero_ps();
-    for (Lum32s i = 0; i < len; i += 4) {
-        if (ownOffBits(m + i) == kAllOff) {
-            _mm_store_ps(d.X + i, zero), _mm_store_ps(d.Y + i, zero), _mm_store_ps(d.Z + i, zero);
-            continue;
+struct MulP3Step {
+    const Lum32f* s;
+    const Lum32s* m;
+    LumPlanes3 d;
+    template <int W>
+    void run(Lum32s i) const {
+        using L = Lanes<W>;
+        const auto off = L::mask(m + i);
+        Lum32f* const planes[3] = {d.X, d.Y, d.Z};
+        if (L::signs(off) == L::kAllOff) {
+            for (Lum32f* p : planes) L::store(p + i, L::zero());
+            return;
         }
-        const __m128 off = localOffLanes(m, i), sv = _mm_load_ps(s + i);
-        _mm_store_ps(d.X + i, _mm_andnot_ps(off, _mm_mul_ps(sv, _mm_load_ps(d.X + i))));
-        _mm_store_ps(d.Y + i, _mm_andnot_ps(off, _mm_mul_ps(sv, _mm_load_ps(d.Y + i))));
-        _mm_store_ps(d.Z + i, _mm_andnot_ps(off, _mm_mul_ps(sv, _mm_load_ps(d.Z + i))));
+        const auto sv = L::load(s + i);
+        for (Lum32f* p : planes) L::store(p + i, L::blend(L::mul(sv, L::load(p + i)), L::zero(), off));
     }
-}
+};
 
 // ---- lumrAddMulMul_32f_AC1P3IM ---------------------------------------------
 // Deliberate: the plain loop multiplies (k x b) x a, the vector body
@@ -56,28 +57,31 @@ void localAddMulMulPlain(const Lum32f* k, const Lum32f* a, const LumPlanes3& b, 
     }
 }
 
-// The gate leaves the operand's planes out; they are read with unaligned
-// loads, which cost nothing on aligned data and keep a caller who passes the
-// gate with misaligned operand planes from faulting.
-void localAddMulMulVec(const Lum32f* k, const Lum32f* a, const LumPlanes3& b, const Lum32s* m,
-                       const LumPlanes3& d, Lum32s len) {
-    const __m128 k0 = _mm_set1_ps(k[0]), k1 = _mm_set1_ps(k[1]), k2 = _mm_set1_ps(k[2]);
-    Lum32f* const dst[3] = {d.X, d.Y, d.Z};
-    const Lum32f* const op[3] = {b.X, b.Y, b.Z};
-    const __m128 kc[3] = {k0, k1, k2};
-    for (Lum32s i = 0; i < len; i += 4) {
-        const int offBits = ownOffBits(m + i);
-        if (offBits == kAllOff) continue;
-        const __m128 av = _mm_load_ps(a + i);
-        const __m128 off = localOffLanes(m, i);
+// The gate leaves the operand's planes out; every access here is an
+// unaligned form, so a caller who passes the gate with misaligned operand
+// planes gets the same values instead of a fault.
+struct AddMulMulStep {
+    const Lum32f* k;
+    const Lum32f* a;
+    LumPlanes3 b;
+    const Lum32s* m;
+    LumPlanes3 d;
+    template <int W>
+    void run(Lum32s i) const {
+        using L = Lanes<W>;
+        const auto off = L::mask(m + i);
+        const int offBits = L::signs(off);
+        if (offBits == L::kAllOff) return;  // the destination stays as it is
+        const auto av = L::load(a + i);
+        Lum32f* const dst[3] = {d.X, d.Y, d.Z};
+        const Lum32f* const op[3] = {b.X, b.Y, b.Z};
         for (int c = 0; c < 3; ++c) {
-            const __m128 dv = _mm_load_ps(dst[c] + i);
-            const __m128 sum =
-                _mm_add_ps(dv, _mm_mul_ps(_mm_mul_ps(_mm_loadu_ps(op[c] + i), av), kc[c]));
-            _mm_store_ps(dst[c] + i, offBits == kAllOn ? sum : _mm_blendv_ps(sum, dv, off));
+            const auto dv = L::load(dst[c] + i);
+            const auto sum = L::add(dv, L::mul(L::mul(L::load(op[c] + i), av), L::set1(k[c])));
+            L::store(dst[c] + i, offBits == 0 ? sum : L::blend(sum, dv, off));
         }
     }
-}
+};
 
 // ---- lumrDot_32f_P3C1M -----------------------------------------------------
 void localDotPlain(const LumPlanes3& u, const LumPlanes3& v, const Lum32s* m, Lum32f* d,
@@ -86,22 +90,28 @@ void localDotPlain(const LumPlanes3& u, const LumPlanes3& v, const Lum32s* m, Lu
         d[i] = m[i] < 0 ? 0.0f : (u.X[i] * v.X[i] + u.Y[i] * v.Y[i]) + u.Z[i] * v.Z[i];
 }
 
-inline __m128 localDot4(const LumPlanes3& u, const LumPlanes3& v, Lum32s i) {
-    const __m128 xy = _mm_add_ps(_mm_mul_ps(_mm_load_ps(u.X + i), _mm_load_ps(v.X + i)),
-                                 _mm_mul_ps(_mm_load_ps(u.Y + i), _mm_load_ps(v.Y + i)));
-    return _mm_add_ps(xy, _mm_mul_ps(_mm_load_ps(u.Z + i), _mm_load_ps(v.Z + i)));
+template <class L>
+inline typename L::V localDot(const LumPlanes3& u, const LumPlanes3& v, Lum32s i) {
+    const auto xy = L::add(L::mul(L::load(u.X + i), L::load(v.X + i)),
+                           L::mul(L::load(u.Y + i), L::load(v.Y + i)));
+    return L::add(xy, L::mul(L::load(u.Z + i), L::load(v.Z + i)));
 }
 
-void localDotVec(const LumPlanes3& u, const LumPlanes3& v, const Lum32s* m, Lum32f* d,
-                 Lum32s len) {
-    for (Lum32s i = 0; i < len; i += 4) {
-        if (ownOffBits(m + i) == kAllOff) {
-            _mm_store_ps(d + i, _mm_setzero_ps());
-            continue;
+struct DotStep {
+    LumPlanes3 u, v;
+    const Lum32s* m;
+    Lum32f* d;
+    template <int W>
+    void run(Lum32s i) const {
+        using L = Lanes<W>;
+        const auto off = L::mask(m + i);
+        if (L::signs(off) == L::kAllOff) {
+            L::store(d + i, L::zero());
+            return;
         }
-        _mm_store_ps(d + i, _mm_andnot_ps(localOffLanes(m, i), localDot4(u, v, i)));
+        L::store(d + i, L::blend(localDot<L>(u, v, i), L::zero(), off));
     }
-}
+};
 
 // ---- lumrDotChangeNorm_32f_IM ----------------------------------------------
 void localChangeNormPlain(const LumPlanes3& w, const Lum32s* m, const LumPlanes3& n, Lum32f* d,
@@ -121,23 +131,28 @@ void localChangeNormPlain(const LumPlanes3& w, const Lum32s* m, const LumPlanes3
     }
 }
 
-void localChangeNormVec(const LumPlanes3& w, const Lum32s* m, const LumPlanes3& n, Lum32f* d,
-                        Lum32s len) {
-    for (Lum32s i = 0; i < len; i += 4) {
-        if (ownOffBits(m + i) == kAllOff) {
-            _mm_store_ps(d + i, _mm_setzero_ps());
-            continue;
+struct ChangeNormStep {
+    LumPlanes3 w;
+    const Lum32s* m;
+    LumPlanes3 n;
+    Lum32f* d;
+    template <int W>
+    void run(Lum32s i) const {
+        using L = Lanes<W>;
+        const auto off = L::mask(m + i);
+        if (L::signs(off) == L::kAllOff) {
+            L::store(d + i, L::zero());
+            return;
         }
-        const __m128 off = localOffLanes(m, i);
-        const __m128 t = localDot4(w, n, i);
-        const __m128 flip = _mm_andnot_ps(off, _mm_cmpgt_ps(t, _mm_setzero_ps()));
-        const __m128 sign = _mm_and_ps(flip, _mm_set1_ps(-0.0f));
-        _mm_store_ps(n.X + i, _mm_xor_ps(_mm_load_ps(n.X + i), sign));
-        _mm_store_ps(n.Y + i, _mm_xor_ps(_mm_load_ps(n.Y + i), sign));
-        _mm_store_ps(n.Z + i, _mm_xor_ps(_mm_load_ps(n.Z + i), sign));
-        _mm_store_ps(d + i, _mm_andnot_ps(off, _mm_xor_ps(t, sign)));
+        const auto t = localDot<L>(w, n, i);
+        // Negation flips the sign bit alone, as the plain loop's unary minus.
+        const auto flip = L::blend(L::gt(t, L::zero()), L::zero(), off);
+        const auto sign = L::and_(flip, L::set1(-0.0f));
+        Lum32f* const planes[3] = {n.X, n.Y, n.Z};
+        for (Lum32f* p : planes) L::store(p + i, L::xor_(L::load(p + i), sign));
+        L::store(d + i, L::blend(L::xor_(t, sign), L::zero(), off));
     }
-}
+};
 
 // ---- lumrDistAttenuationSO_32f_M -------------------------------------------
 void localDistPlain(const Lum32f* o, const LumPlanes3& p, const Lum32s* m, Lum32f* d, Lum32s len) {
@@ -153,23 +168,28 @@ void localDistPlain(const Lum32f* o, const LumPlanes3& p, const Lum32s* m, Lum32
 }
 
 // Deliberate: the vector body keeps q only where 1 < q, so a NaN q gives 1.
-void localDistVec(const Lum32f* o, const LumPlanes3& p, const Lum32s* m, Lum32f* d, Lum32s len) {
-    const __m128 one = _mm_set1_ps(1.0f);
-    const __m128 ox = _mm_set1_ps(o[0]), oy = _mm_set1_ps(o[1]), oz = _mm_set1_ps(o[2]);
-    for (Lum32s i = 0; i < len; i += 4) {
-        if (ownOffBits(m + i) == kAllOff) {
-            _mm_store_ps(d + i, one);
-            continue;
+struct DistStep {
+    const Lum32f* o;
+    LumPlanes3 p;
+    const Lum32s* m;
+    Lum32f* d;
+    template <int W>
+    void run(Lum32s i) const {
+        using L = Lanes<W>;
+        const auto one = L::set1(1.0f);
+        const auto off = L::mask(m + i);
+        if (L::signs(off) == L::kAllOff) {
+            L::store(d + i, one);
+            return;
         }
-        const __m128 dx = _mm_sub_ps(_mm_load_ps(p.X + i), ox);
-        const __m128 dy = _mm_sub_ps(_mm_load_ps(p.Y + i), oy);
-        const __m128 dz = _mm_sub_ps(_mm_load_ps(p.Z + i), oz);
-        const __m128 q = _mm_add_ps(_mm_add_ps(_mm_mul_ps(dx, dx), _mm_mul_ps(dy, dy)),
-                                    _mm_mul_ps(dz, dz));
-        const __m128 keep = _mm_andnot_ps(localOffLanes(m, i), _mm_cmplt_ps(one, q));
-        _mm_store_ps(d + i, _mm_blendv_ps(one, _mm_sqrt_ps(q), keep));
+        const auto dx = L::sub(L::load(p.X + i), L::set1(o[0]));
+        const auto dy = L::sub(L::load(p.Y + i), L::set1(o[1]));
+        const auto dz = L::sub(L::load(p.Z + i), L::set1(o[2]));
+        const auto q = L::add(L::add(L::mul(dx, dx), L::mul(dy, dy)), L::mul(dz, dz));
+        const auto keep = L::blend(L::lt(one, q), L::zero(), off);
+        L::store(d + i, L::blend(one, L::sqrt(q), keep));
     }
-}
+};
 
 }  // namespace
 
@@ -185,7 +205,7 @@ LUMR_EXPORT LumStatus lumrMul_32f_C1P3IM(const Lum32f* pSrc, const Lum32s* pMask
                                          const LumPlanes3* pSrcDst, Lum32s len) {
     if (!pSrc || !pMask || !pSrcDst) return lumStatusNullPtr;
     if (ownGate4(len, pSrc, pMask, pSrcDst->X, pSrcDst->Y, pSrcDst->Z))
-        localMulP3Vec(pSrc, pMask, *pSrcDst, len);
+        ownForLanes(len, MulP3Step{pSrc, pMask, *pSrcDst});
     else
         localMulP3Plain(pSrc, pMask, *pSrcDst, len);
     return lumStatusOk;
@@ -196,8 +216,9 @@ LUMR_EXPORT LumStatus lumrAddMulMul_32f_AC1P3IM(const Lum32f pSrc1[3], const Lum
                                                 const LumPlanes3* pSrc3, const Lum32s* pMask,
                                                 const LumPlanes3* pSrcDst, Lum32s len) {
     if (!pSrc2 || !pSrc3 || !pMask || !pSrcDst) return lumStatusNullPtr;
+    if (len <= 0) return lumStatusOk;  // the unchecked constants are not read either
     if (ownGate4(len, pSrc2, pMask, pSrcDst->X, pSrcDst->Y, pSrcDst->Z))
-        localAddMulMulVec(pSrc1, pSrc2, *pSrc3, pMask, *pSrcDst, len);
+        ownForLanes(len, AddMulMulStep{pSrc1, pSrc2, *pSrc3, pMask, *pSrcDst});
     else
         localAddMulMulPlain(pSrc1, pSrc2, *pSrc3, pMask, *pSrcDst, len);
     return lumStatusOk;
@@ -229,7 +250,7 @@ LUMR_EXPORT LumStatus lumrDot_32f_P3C1M(const LumPlanes3* pSrc1, const LumPlanes
                                         const Lum32s* pMask, Lum32f* pDst, Lum32s len) {
     if (!pSrc1 || !pSrc2 || !pMask || !pDst) return lumStatusNullPtr;
     if (ownGate4(len, pSrc2->X, pSrc2->Y, pSrc2->Z, pMask, pDst, pSrc1->X, pSrc1->Y, pSrc1->Z))
-        localDotVec(*pSrc1, *pSrc2, pMask, pDst, len);
+        ownForLanes(len, DotStep{*pSrc1, *pSrc2, pMask, pDst});
     else
         localDotPlain(*pSrc1, *pSrc2, pMask, pDst, len);
     return lumStatusOk;
@@ -240,7 +261,7 @@ LUMR_EXPORT LumStatus lumrDotChangeNorm_32f_IM(const LumPlanes3* pSrc, const Lum
                                                Lum32s len) {
     if (!pSrc || !pMask || !pSrcDst || !pDst) return lumStatusNullPtr;
     if (ownGate4(len, pSrc->X, pSrc->Y, pSrc->Z, pMask, pDst, pSrcDst->X, pSrcDst->Y, pSrcDst->Z))
-        localChangeNormVec(*pSrc, pMask, *pSrcDst, pDst, len);
+        ownForLanes(len, ChangeNormStep{*pSrc, pMask, *pSrcDst, pDst});
     else
         localChangeNormPlain(*pSrc, pMask, *pSrcDst, pDst, len);
     return lumStatusOk;
@@ -251,8 +272,9 @@ LUMR_EXPORT LumStatus lumrDistAttenuationSO_32f_M(const Lum32f pOrigin[3],
                                                   const LumPlanes3* pPoints, const Lum32s* pMask,
                                                   Lum32f* pDst, Lum32s len) {
     if (!pPoints || !pMask || !pDst) return lumStatusNullPtr;
+    if (len <= 0) return lumStatusOk;  // the unchecked origin is not read either
     if (ownGate4(len, pDst, pMask, pPoints->X, pPoints->Y, pPoints->Z))
-        localDistVec(pOrigin, *pPoints, pMask, pDst, len);
+        ownForLanes(len, DistStep{pOrigin, *pPoints, pMask, pDst});
     else
         localDistPlain(pOrigin, *pPoints, pMask, pDst, len);
     return lumStatusOk;
