@@ -2,8 +2,8 @@
 // body on the same rays in the same run.  The plain body is reached with the
 // same streams shifted off their 16-byte boundary.
 //
-// Scenes: a closed sphere of 320 triangles (list tree: every ray tests every
-// triangle) for the nearest-hit comparison.  Camera rays are made here from
+// Scene: a closed sphere of 320 triangles in a list tree, so every ray tests
+// every triangle.  Camera rays are made here from
 // a pinhole, one direction per pixel, with no component exactly 0.
 #include <benchmark/benchmark.h>
 
@@ -166,6 +166,62 @@ void BM_IntersectEyeSO(benchmark::State& state) {
     state.SetLabel(packet ? "camera packet" : "camera plain");
 }
 BENCHMARK(BM_IntersectEyeSO)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// Shadow rays from the camera rays' hits (pulled back towards the eye) to a
+// point light, as a renderer makes them; rays that hit nothing start dark.
+void BM_IntersectAnySO(benchmark::State& state) {
+    const bool packet = state.range(0) != 0;
+    World& w = SphereWorld();
+    const size_t shift = packet ? 0 : 1;
+    Rays r(shift);
+    MakeRays(r, true);
+    LumPlanes3 d{r.dx.p, r.dy.p, r.dz.p};
+    Lum32f* hit[2] = {r.u.p, r.v.p};
+    for (size_t i = 0; i < Rays::n(); ++i) r.dist.p[i] = 1e30f;
+    lumrIntersectEyeSO_32f(kEye, &d, r.dist.p, hit, r.tri.p, &w.scene, {kW, kH});
+    const Lum32f light[3] = {2.0f, 3.0f, -2.0f};
+    Buf<Lum32f> sx(Rays::n(), shift), sy(Rays::n(), shift), sz(Rays::n(), shift);
+    Buf<Lum32s> mask(Rays::n(), shift), occ(Rays::n(), shift);
+    for (size_t i = 0; i < Rays::n(); ++i) {
+        const Lum32f t = r.tri.p[i] >= 0 ? 0.999f * r.dist.p[i] : 0.0f;
+        sx.p[i] = kEye[0] + t * r.dx.p[i] - light[0];
+        sy.p[i] = kEye[1] + t * r.dy.p[i] - light[1];
+        sz.p[i] = kEye[2] + t * r.dz.p[i] - light[2];
+    }
+    LumPlanes3 rays{sx.p, sy.p, sz.p};
+    for (auto _ : state) {
+        for (size_t i = 0; i < Rays::n(); ++i) mask.p[i] = r.tri.p[i];
+        lumrIntersectAnySO_32f(light, &rays, occ.p, mask.p, {kW, kH}, &w.scene);
+        benchmark::DoNotOptimize(mask.p[0]);
+    }
+    state.SetItemsProcessed(state.iterations() * Lum64f(Rays::n()));
+    state.SetLabel(packet ? "shadow packet" : "shadow plain");
+}
+BENCHMARK(BM_IntersectAnySO)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// Four layers of hits per camera ray (a closed sphere gives two).
+void BM_IntersectMultipleSO(benchmark::State& state) {
+    const bool packet = state.range(0) != 0;
+    World& w = SphereWorld();
+    const size_t shift = packet ? 0 : 1;
+    constexpr Lum32s kDepth = 4;
+    Rays r(shift);
+    MakeRays(r, true);
+    Buf<Lum32f> dist(Rays::n() * kDepth, shift), u(Rays::n() * kDepth, shift),
+        v(Rays::n() * kDepth, shift);
+    Buf<Lum32s> tri(Rays::n() * kDepth, shift);
+    LumPlanes3 d{r.dx.p, r.dy.p, r.dz.p};
+    Lum32f* hit[2] = {u.p, v.p};
+    const LumVolume roi{kW, kH, kDepth};
+    for (auto _ : state) {
+        for (size_t i = 0; i < Rays::n(); ++i) dist.p[i] = 1e30f;
+        lumrIntersectMultipleSO_32f(kEye, &d, dist.p, hit, tri.p, &roi, &w.scene);
+        benchmark::DoNotOptimize(tri.p[0]);
+    }
+    state.SetItemsProcessed(state.iterations() * Lum64f(Rays::n()));
+    state.SetLabel(packet ? "4 layers packet" : "4 layers plain");
+}
+BENCHMARK(BM_IntersectMultipleSO)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
