@@ -371,6 +371,33 @@ TEST(Filter, DivideModeDiffersByOneBetweenPaths) {
     }
 }
 
+// A divisor beyond 2^24 passes through single precision in both paths:
+// 16777217 divides as 16777216, so 25165824 gives 1.5 and rounds to 2.
+TEST(Filter, LargeDivisorGoesThroughSinglePrecision) {
+    Kernel k = makeKernel(3, 3, 3);
+    k.at(1, 1, 1) = 1536;
+    for (Lum32s width : {16, 15}) {
+        Source s(width, 1, 1, 2);
+        std::fill(s.data.begin(), s.data.end(), Lum16s{16384});  // 1536 * 16384 = 25165824
+        Dest d(width, 1, 1);
+        EXPECT_EQ(runFilter(s, d, k, LumPoint3D{1, 1, 1}, 16777217).out, std::vector<Lum16s>(width, 2));
+    }
+}
+
+// Elements beyond 16 bits send the kernel to the scalar path, whose products
+// wrap at 32 bits: 70000 x 32767 = 2293690000 becomes -2001277296.
+TEST(Filter, ScalarProductsWrapAt32Bits) {
+    Kernel k = makeKernel(3, 3, 3);
+    k.at(1, 1, 1) = 70000;
+    for (Lum32s width : {16, 15}) {
+        Source s(width, 1, 1, 2);
+        std::fill(s.data.begin(), s.data.end(), Lum16s{32767});
+        Dest d(width, 1, 1);
+        EXPECT_EQ(runFilter(s, d, k, LumPoint3D{1, 1, 1}, 1).out, std::vector<Lum16s>(width, -32768));
+        EXPECT_EQ(runFilter(s, d, k, LumPoint3D{1, 1, 1}, 100000).out, std::vector<Lum16s>(width, -20013));
+    }
+}
+
 // A wide row with exactly the reported scratch: the accumulator row fits
 // (the sanitizer build watches the end of the block).
 TEST(Filter, WideRowsFitTheReportedScratch) {
