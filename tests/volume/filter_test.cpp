@@ -319,8 +319,9 @@ TEST(Filter, ConvolutionFlipsKernelAndHonoursAnchor) {
 }
 
 // Kernels of every shape class, anchors inside and outside the kernel, all
-// three divisor modes, widths with and without single-sample tails, and an
-// odd byte step, against the reference of the expected path.
+// three divisor modes, widths that end in each kind of step (sixteen, eight,
+// single samples) and an odd byte step, against the reference of the
+// expected path.
 TEST(Filter, MatchesReferenceOnRandomVolumes) {
     struct Shape { Lum32s kw, kh, kd; };
     const std::vector<Shape> shapes = {{3, 3, 3}, {5, 5, 5}, {3, 5, 7}, {4, 3, 3}, {7, 4, 3},
@@ -329,7 +330,7 @@ TEST(Filter, MatchesReferenceOnRandomVolumes) {
     std::mt19937 rng(2024);
     Lum32s mismatches = 0, vectorCases = 0, scalarCases = 0;
     for (const Shape& sh : shapes) {
-        for (Lum32s width : {15, 16, 37}) {
+        for (Lum32s width : {15, 16, 29, 37}) {
             Source s(width, 4, 3, 8, 5);
             s.fillRandom(rng, -32768, 32767);
             Kernel k = makeKernel(sh.kw, sh.kh, sh.kd);

@@ -52,28 +52,46 @@ inline __m128i localGroup(const Lum16s* rowTable, Lum32s g) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(rowTable + 8 * g));
 }
 
-// Outputs x .. x+7 of one kernel row, p at the first tap of output x; the
-// products are added to lo (x .. x+3) and hi (x+4 .. x+7).
-template <int KW>
-inline void localTaps8(const Lum16s* p, const Lum16s* rowTable, Lum32s kwArg, __m128i& lo,
-                       __m128i& hi) {
+// Outputs x .. x+7 of one kernel row, p at the first tap of output x.  A
+// group's four pairs, read straight from memory at p + 2g, are the taps of
+// the even outputs x, x+2, x+4, x+6; read at p + 2g + 1, those of the odd
+// outputs.  So no sample is shuffled in the loop: the products go to `even`
+// and `odd`, interleaved once per group of eight by localInterleave.
+template <int KW, int B = 1>
+inline void localTaps8(const Lum16s* p, const Lum16s* rowTable, Lum32s kwArg, __m128i* even,
+                       __m128i* odd) {
     const Lum32s kw = KW ? KW : kwArg;
     const Lum32s pairs = kw / 2;
     for (Lum32s g = 0; g < pairs; ++g) {
-        const __m128i v0 = localLoad(p + 2 * g), v1 = localLoad(p + 2 * g + 1);
         const __m128i t = localGroup(rowTable, g);
-        lo = _mm_add_epi32(lo, _mm_madd_epi16(_mm_unpacklo_epi16(v0, v1), t));
-        hi = _mm_add_epi32(hi, _mm_madd_epi16(_mm_unpackhi_epi16(v0, v1), t));
+        for (int b = 0; b < B; ++b) {
+            even[b] = _mm_add_epi32(even[b], _mm_madd_epi16(localLoad(p + 8 * b + 2 * g), t));
+            odd[b] = _mm_add_epi32(odd[b], _mm_madd_epi16(localLoad(p + 8 * b + 2 * g + 1), t));
+        }
     }
     if (kw & 1) {
-        // The last element's partner weighs 0.  Pairing each sample with
-        // itself gives the same sums and leaves the sample one beyond the
-        // kernel's reach unread.
-        const __m128i v = localLoad(p + kw - 1);
+        // The last element e0 pairs with a zero.  One load at p + kw - 1
+        // serves both: its pairs times (e0, 0) are the even outputs' last
+        // taps, times (0, e0) the odd outputs'.  No sample beyond the
+        // kernel's reach is read.
         const __m128i t = localGroup(rowTable, pairs);
-        lo = _mm_add_epi32(lo, _mm_madd_epi16(_mm_unpacklo_epi16(v, v), t));
-        hi = _mm_add_epi32(hi, _mm_madd_epi16(_mm_unpackhi_epi16(v, v), t));
+        const __m128i tOdd = _mm_slli_epi32(t, 16);
+        for (int b = 0; b < B; ++b) {
+            const __m128i v = localLoad(p + 8 * b + kw - 1);
+            even[b] = _mm_add_epi32(even[b], _mm_madd_epi16(v, t));
+            odd[b] = _mm_add_epi32(odd[b], _mm_madd_epi16(v, tOdd));
+        }
     }
+    // Keep the sums as running accumulators, row by row.  Left alone, the
+    // compiler reassociates the unrolled chain of additions into a tree,
+    // computes every product of all rows first and spills most of them.
+    for (int b = 0; b < B; ++b) __asm__("" : "+x"(even[b]), "+x"(odd[b]));
+}
+
+// Even and odd outputs back into order: x .. x+3 and x+4 .. x+7.
+inline void localInterleave(__m128i even, __m128i odd, __m128i& lo, __m128i& hi) {
+    lo = _mm_unpacklo_epi32(even, odd);
+    hi = _mm_unpackhi_epi32(even, odd);
 }
 
 // One output of one kernel row, as a 32-bit pattern: products in 32 bits,
@@ -101,11 +119,26 @@ void localRowCube(const FilterRowSrc& src, const Lum16s* table, Lum32s* acc, Lum
     const Lum16s* rows[kRows];
     for (Lum32s t = 0; t < kRows; ++t) rows[t] = src.row(N - 1 - t / N, N - 1 - t % N);
 
+    // Sixteen outputs a step while they last, so that each table group
+    // serves four multiply-adds; then eight.
     Lum32s x = 0;
-    for (; x + 8 <= width; x += 8) {
-        __m128i lo = _mm_setzero_si128(), hi = _mm_setzero_si128();
+    for (; x + 16 <= width; x += 16) {
+        __m128i even[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+        __m128i odd[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
 #pragma GCC unroll 25
-        for (Lum32s t = 0; t < kRows; ++t) localTaps8<N>(rows[t] + x, table + 8 * kGroups * t, N, lo, hi);
+        for (Lum32s t = 0; t < kRows; ++t) localTaps8<N, 2>(rows[t] + x, table + 8 * kGroups * t, N, even, odd);
+        for (int b = 0; b < 2; ++b) {
+            __m128i lo, hi;
+            localInterleave(even[b], odd[b], lo, hi);
+            _mm_store_si128(reinterpret_cast<__m128i*>(acc + x + 8 * b), lo);
+            _mm_store_si128(reinterpret_cast<__m128i*>(acc + x + 8 * b + 4), hi);
+        }
+    }
+    for (; x + 8 <= width; x += 8) {
+        __m128i even = _mm_setzero_si128(), odd = _mm_setzero_si128(), lo, hi;
+#pragma GCC unroll 25
+        for (Lum32s t = 0; t < kRows; ++t) localTaps8<N>(rows[t] + x, table + 8 * kGroups * t, N, &even, &odd);
+        localInterleave(even, odd, lo, hi);
         _mm_store_si128(reinterpret_cast<__m128i*>(acc + x), lo);
         _mm_store_si128(reinterpret_cast<__m128i*>(acc + x + 4), hi);
     }
@@ -132,9 +165,22 @@ template <int KW, class Into>
 void localAccumRow(const Lum16s* srcRow, const Lum16s* rowTable, Lum32s kw, Lum32s* acc,
                    Lum32s width) {
     Lum32s x = 0;
+    for (; x + 16 <= width; x += 16) {
+        __m128i even[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+        __m128i odd[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+        localTaps8<KW, 2>(srcRow + x, rowTable, kw, even, odd);
+        for (int b = 0; b < 2; ++b) {
+            __m128i lo, hi;
+            localInterleave(even[b], odd[b], lo, hi);
+            Lum32s* a = acc + x + 8 * b;
+            _mm_store_si128(reinterpret_cast<__m128i*>(a), Into::combine(a, lo));
+            _mm_store_si128(reinterpret_cast<__m128i*>(a + 4), Into::combine(a + 4, hi));
+        }
+    }
     for (; x + 8 <= width; x += 8) {
-        __m128i lo = _mm_setzero_si128(), hi = _mm_setzero_si128();
-        localTaps8<KW>(srcRow + x, rowTable, kw, lo, hi);
+        __m128i even = _mm_setzero_si128(), odd = _mm_setzero_si128(), lo, hi;
+        localTaps8<KW>(srcRow + x, rowTable, kw, &even, &odd);
+        localInterleave(even, odd, lo, hi);
         _mm_store_si128(reinterpret_cast<__m128i*>(acc + x), Into::combine(acc + x, lo));
         _mm_store_si128(reinterpret_cast<__m128i*>(acc + x + 4), Into::combine(acc + x + 4, hi));
     }
