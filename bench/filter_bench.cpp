@@ -16,7 +16,10 @@ constexpr Lum32s kN = 256;
 constexpr Lum32s kPad = 4;  // room for every tap of kernels up to 7 (8 in x)
 
 struct Volumes {
-    Volumes() : srcStepN(kN + 2 * kPad), src(size_t(srcStepN) * srcStepN * srcStepN), dst(size_t(kN) * kN * kN) {
+    Volumes()
+        : srcStepN(kN + 2 * kPad),
+          src(size_t(srcStepN) * srcStepN * srcStepN),
+          dst(size_t(kN) * kN * kN) {
         std::mt19937 rng(7);
         std::uniform_int_distribution<int> u(-2000, 2000);
         for (Lum16s& s : src) s = static_cast<Lum16s>(u(rng));
@@ -52,15 +55,16 @@ void BM_Filter(benchmark::State& state) {
     if (lumrFilterGetBufSize(&dv, &kv, 1, &size) != lumStatusOk) state.SkipWithError("buffer size");
     std::vector<Lum8u> buffer(size);
     for (auto _ : state) {
-        const LumStatus st = lumrFilter_16s_C1PV(v.srcPlanes.data() + kPad, v.srcStepN * 2, v.dstPlanes.data(),
-                                                 kN * 2, &dv, kernel.data(), &kv, &anchor, divisor, buffer.data());
+        const LumStatus st =
+            lumrFilter_16s_C1PV(v.srcPlanes.data() + kPad, v.srcStepN * 2, v.dstPlanes.data(),
+                                kN * 2, &dv, kernel.data(), &kv, &anchor, divisor, buffer.data());
         if (st != lumStatusOk) state.SkipWithError("filter failed");
         benchmark::DoNotOptimize(v.dst.data());
         benchmark::ClobberMemory();
     }
     const double voxels = double(kN) * kN * kN;
-    state.counters["Mvoxel/s"] = benchmark::Counter(voxels * 1e-6 * double(state.iterations()),
-                                                    benchmark::Counter::kIsRate);
+    state.counters["Mvoxel/s"] =
+        benchmark::Counter(voxels * 1e-6 * double(state.iterations()), benchmark::Counter::kIsRate);
     state.SetLabel(scalar ? "scalar" : "vector");
 }
 

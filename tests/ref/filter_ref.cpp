@@ -35,7 +35,8 @@ Lum16s refFilterFinish(int64_t sum, Lum32s divisor, RefFilterRules rules) {
     if (divisor == 1) return refSaturate(sum);
     if (refIsPowerOfTwoAbove1(divisor)) return refSaturate(refDivideHalfEven(sum, divisor));
     if (rules == RefFilterRules::Scalar) {
-        const double q = static_cast<double>(sum) / static_cast<double>(static_cast<float>(divisor));
+        const double q =
+            static_cast<double>(sum) / static_cast<double>(static_cast<float>(divisor));
         if (q >= 32767.0) return 32767;
         if (q <= -32768.0) return -32768;
         return static_cast<Lum16s>(std::nearbyint(q));
@@ -58,7 +59,8 @@ std::vector<Lum16s> refFilter(const RefFilterCase& c, RefFilterRules rules) {
                         for (int64_t i = 0; i < c.kw; ++i) {
                             const int64_t e = c.kernel[(k * c.kh + j) * c.kw + i];
                             const int64_t s =
-                                c.srcPlanes[z + c.az - k][(y + c.ay - j) * c.srcStepN + (x + c.ax - i)];
+                                c.srcPlanes[z + c.az - k]
+                                           [(y + c.ay - j) * c.srcStepN + (x + c.ax - i)];
                             const int64_t p = e * s;
                             sum += rules == RefFilterRules::Scalar ? refWrap32(p) : p;
                         }

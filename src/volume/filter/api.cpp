@@ -1,6 +1,7 @@
 // Exported filter functions: argument checks in their fixed order, then the
 // driver.  Nothing is written before every check has passed.
 #include <climits>
+#include <cstdint>
 
 #include "frame/own.h"
 #include "volume/filter/filter.h"
@@ -11,8 +12,9 @@ bool localBadExtent(const LumVolume& v) { return v.width < 1 || v.height < 1 || 
 
 }  // namespace
 
-LUMR_EXPORT LumStatus lumrFilterGetBufSize(const LumVolume* dstVolume, const LumVolume* kernelVolume,
-                                           Lum32s nChannels, Lum32s* pSize) {
+LUMR_EXPORT LumStatus lumrFilterGetBufSize(const LumVolume* dstVolume,
+                                           const LumVolume* kernelVolume, Lum32s nChannels,
+                                           Lum32s* pSize) {
     if (!pSize) return lumStatusNullPtr;
     // The volumes come by address here; a null one is refused after pSize
     // rather than read.

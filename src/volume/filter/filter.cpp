@@ -1,8 +1,8 @@
 // The filter's driver: divisor mode, path choice, the vector plane and row
 // loops, and the scalar paths with their own rounding.
-#include <cstdint>
-
 #include "volume/filter/filter.h"
+
+#include <cstdint>
 
 namespace {
 
@@ -103,19 +103,24 @@ void localVector(const FilterArgs& a, const FilterDivisor& d, const FilterPlan& 
     const Lum32s groups = ownFilterGroupsPerRow(a.kw);
     for (Lum32s z = 0; z < a.depth; ++z) {
         for (Lum32s y = 0; y < a.height; ++y) {
-            const FilterRowSrc src{a.srcPlanes, static_cast<ptrdiff_t>(z) + a.az,
-                                   (static_cast<ptrdiff_t>(y) + a.ay) * a.srcStepN + a.ax - (a.kw - 1),
-                                   a.srcStepN};
+            const FilterRowSrc src{
+                a.srcPlanes, static_cast<ptrdiff_t>(z) + a.az,
+                (static_cast<ptrdiff_t>(y) + a.ay) * a.srcStepN + a.ax - (a.kw - 1), a.srcStepN};
             switch (plan.branch) {
-                case FilterBranch::Cube3: ownFilterRow3x3x3(src, plan.table, plan.acc, a.width); break;
-                case FilterBranch::Cube5: ownFilterRow5x5x5(src, plan.table, plan.acc, a.width); break;
+                case FilterBranch::Cube3:
+                    ownFilterRow3x3x3(src, plan.table, plan.acc, a.width);
+                    break;
+                case FilterBranch::Cube5:
+                    ownFilterRow5x5x5(src, plan.table, plan.acc, a.width);
+                    break;
                 case FilterBranch::General: {
                     // Table order: last plane first, last row first.
                     const Lum16s* rowTable = plan.table;
                     bool first = true;
                     for (Lum32s k = a.kd - 1; k >= 0; --k) {
                         for (Lum32s j = a.kh - 1; j >= 0; --j) {
-                            ownFilterAccumRow(src.row(k, j), rowTable, a.kw, plan.acc, a.width, first);
+                            ownFilterAccumRow(src.row(k, j), rowTable, a.kw, plan.acc, a.width,
+                                              first);
                             rowTable += 8 * groups;
                             first = false;
                         }
@@ -154,7 +159,8 @@ FilterDivisor ownFilterDivisor(Lum32s divisor) {
 
 FilterPlan ownFilterPlan(const FilterArgs& a, Lum8u* buffer) {
     FilterPlan plan{};
-    Lum8u* base = reinterpret_cast<Lum8u*>((reinterpret_cast<uintptr_t>(buffer) + 15) & ~uintptr_t{15});
+    Lum8u* base =
+        reinterpret_cast<Lum8u*>((reinterpret_cast<uintptr_t>(buffer) + 15) & ~uintptr_t{15});
     plan.table = reinterpret_cast<Lum16s*>(base);
     // The table is a whole number of 16-byte groups, so the accumulator
     // row after it is aligned as well.
@@ -168,7 +174,8 @@ FilterPlan ownFilterPlan(const FilterArgs& a, Lum8u* buffer) {
         plan.branch = FilterBranch::General;
     }
 
-    const size_t count = static_cast<size_t>(a.kw) * static_cast<size_t>(a.kh) * static_cast<size_t>(a.kd);
+    const size_t count =
+        static_cast<size_t>(a.kw) * static_cast<size_t>(a.kh) * static_cast<size_t>(a.kd);
     int64_t sum = 0;
     for (size_t n = 0; n < count; ++n) sum += a.kernel[n];
 
@@ -198,11 +205,13 @@ int64_t ownFilterBufSize(Lum32s width, Lum32s nChannels, Lum32s kw, Lum32s kh, L
     if (__builtin_mul_overflow(perRow, int64_t{kh}, &tableTerm) ||
         __builtin_mul_overflow(tableTerm, int64_t{kd}, &tableTerm) || tableTerm > (kTooBig >> 4))
         return kTooBig;
-    const int64_t formula = 2 * (((int64_t{width} * nChannels + 15) & ~int64_t{63}) + 2 * tableTerm);
+    const int64_t formula =
+        2 * (((int64_t{width} * nChannels + 15) & ~int64_t{63}) + 2 * tableTerm);
     // What the vector paths use: up to 15 bytes to align the start, the
     // tables, and a 32-bit accumulator per sample of a row.  For wide rows
     // and small kernels the formula falls short of this.
-    const int64_t used = 15 + static_cast<int64_t>(ownFilterTableBytes(kw, kh, kd)) + 4 * int64_t{width};
+    const int64_t used =
+        15 + static_cast<int64_t>(ownFilterTableBytes(kw, kh, kd)) + 4 * int64_t{width};
     return formula > used ? formula : used;
 }
 

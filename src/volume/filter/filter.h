@@ -14,11 +14,11 @@ enum class FilterMode { None, Shift, Divide };
 
 struct FilterDivisor {
     FilterMode mode;
-    Lum32s sh;         // Shift: log2(divisor)
-    Lum32s half;       // Shift: 2^(sh - 1)
-    Lum32s mask;       // Shift: divisor - 1
-    Lum32f rcp;        // Divide, vector paths: 1.0f / float(divisor)
-    Lum64f divisorD;   // Divide, scalar paths: float(divisor) widened to double
+    Lum32s sh;        // Shift: log2(divisor)
+    Lum32s half;      // Shift: 2^(sh - 1)
+    Lum32s mask;      // Shift: divisor - 1
+    Lum32f rcp;       // Divide, vector paths: 1.0f / float(divisor)
+    Lum64f divisorD;  // Divide, scalar paths: float(divisor) widened to double
 };
 
 // The divisor must be neither 0 nor -2147483648 (the entry point rejects both).

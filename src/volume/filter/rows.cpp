@@ -31,8 +31,7 @@ int localKernelTable(const Lum32s* kernel, Lum32s kwArg, Lum32s khArg, Lum32s kd
                 const Lum32s i0 = kw - 1 - 2 * g;
                 const Lum32s e0 = row[i0];
                 const Lum32s e1 = i0 >= 1 ? row[i0 - 1] : 0;
-                if (e0 < kTableMin || e0 > kTableMax || e1 < kTableMin || e1 > kTableMax)
-                    return 0;
+                if (e0 < kTableMin || e0 > kTableMax || e1 < kTableMin || e1 > kTableMax) return 0;
                 for (int n = 0; n < 4; ++n) {
                     table[2 * n] = static_cast<Lum16s>(e0);
                     table[2 * n + 1] = static_cast<Lum16s>(e1);
@@ -126,7 +125,8 @@ void localRowCube(const FilterRowSrc& src, const Lum16s* table, Lum32s* acc, Lum
         __m128i even[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
         __m128i odd[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
 #pragma GCC unroll 25
-        for (Lum32s t = 0; t < kRows; ++t) localTaps8<N, 2>(rows[t] + x, table + 8 * kGroups * t, N, even, odd);
+        for (Lum32s t = 0; t < kRows; ++t)
+            localTaps8<N, 2>(rows[t] + x, table + 8 * kGroups * t, N, even, odd);
         for (int b = 0; b < 2; ++b) {
             __m128i lo, hi;
             localInterleave(even[b], odd[b], lo, hi);
@@ -137,14 +137,16 @@ void localRowCube(const FilterRowSrc& src, const Lum16s* table, Lum32s* acc, Lum
     for (; x + 8 <= width; x += 8) {
         __m128i even = _mm_setzero_si128(), odd = _mm_setzero_si128(), lo, hi;
 #pragma GCC unroll 25
-        for (Lum32s t = 0; t < kRows; ++t) localTaps8<N>(rows[t] + x, table + 8 * kGroups * t, N, &even, &odd);
+        for (Lum32s t = 0; t < kRows; ++t)
+            localTaps8<N>(rows[t] + x, table + 8 * kGroups * t, N, &even, &odd);
         localInterleave(even, odd, lo, hi);
         _mm_store_si128(reinterpret_cast<__m128i*>(acc + x), lo);
         _mm_store_si128(reinterpret_cast<__m128i*>(acc + x + 4), hi);
     }
     for (; x < width; ++x) {
         uint32_t a = 0;
-        for (Lum32s t = 0; t < kRows; ++t) a += localTaps1<N>(rows[t] + x, table + 8 * kGroups * t, N);
+        for (Lum32s t = 0; t < kRows; ++t)
+            a += localTaps1<N>(rows[t] + x, table + 8 * kGroups * t, N);
         acc[x] = static_cast<Lum32s>(a);
     }
 }
@@ -185,7 +187,8 @@ void localAccumRow(const Lum16s* srcRow, const Lum16s* rowTable, Lum32s kw, Lum3
         _mm_store_si128(reinterpret_cast<__m128i*>(acc + x + 4), Into::combine(acc + x + 4, hi));
     }
     for (; x < width; ++x)
-        acc[x] = static_cast<Lum32s>(Into::combine1(acc[x], localTaps1<KW>(srcRow + x, rowTable, kw)));
+        acc[x] =
+            static_cast<Lum32s>(Into::combine1(acc[x], localTaps1<KW>(srcRow + x, rowTable, kw)));
 }
 
 // ---- store ----------------------------------------------------------------
@@ -231,8 +234,10 @@ template <class Mode>
 void localStoreRow(const Lum32s* acc, Lum16s* dst, Lum32s width, const FilterDivisor& d) {
     Lum32s x = 0;
     for (; x + 8 <= width; x += 8) {
-        const __m128i lo = Mode::finish(_mm_load_si128(reinterpret_cast<const __m128i*>(acc + x)), d);
-        const __m128i hi = Mode::finish(_mm_load_si128(reinterpret_cast<const __m128i*>(acc + x + 4)), d);
+        const __m128i lo =
+            Mode::finish(_mm_load_si128(reinterpret_cast<const __m128i*>(acc + x)), d);
+        const __m128i hi =
+            Mode::finish(_mm_load_si128(reinterpret_cast<const __m128i*>(acc + x + 4)), d);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm_packs_epi32(lo, hi));
     }
     for (; x < width; ++x) dst[x] = localSaturate(Mode::finish1(acc[x], d));
