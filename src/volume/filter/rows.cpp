@@ -3,9 +3,9 @@
 //
 // Every tap pair is one 16-bit multiply-add into 32 bits.  Table elements
 // lie in -32767 .. 32766, so a pair never overflows; the sums of pairs wrap
-// at 32 bits.  Since wrapping addition does not care about order, groups of
-// eight samples and the single samples after them (32-bit products, wrapping
-// additions) give the same accumulator values.
+// at 32 bits.  Since wrapping addition does not care about order, steps of
+// sixteen and of eight outputs and the single outputs after them (32-bit
+// products, wrapping additions) give the same accumulator values.
 #include <immintrin.h>
 
 #include <cstdint>
