@@ -2,7 +2,8 @@
 # Installs the Debian packages the build and tests need, when missing.
 # As root it runs apt-get; otherwise it prints the exact command and stops.
 set -euo pipefail
-need=(cmake g++ make pkg-config binutils libgtest-dev libbenchmark-dev)
+need=(cmake g++ make pkg-config binutils libgtest-dev libbenchmark-dev
+      python3 python3-numpy python3-scipy python3-pytest)
 missing=()
 for p in "${need[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
