@@ -18,7 +18,7 @@ void localBandPlain(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, Lum32s
     const int n = 2 * L + 1;
     for (Lum32s i = first; i < count; ++i) {
         ShSink1 s{pDst + static_cast<std::ptrdiff_t>(i) * n};
-        ownSHClosedBandOnly<Lane1, L>(pX[i], pY[i], pZ[i], s);
+        ownSHClosedBandOnly<ShLane1, L>(pX[i], pY[i], pZ[i], s);
     }
 }
 
@@ -26,12 +26,12 @@ template <int L>
 Lum32s localBandPacked(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, Lum32s count,
                        Lum32f* pDst) {
     const int n = 2 * L + 1;
-    alignas(32) F8 rows[2 * L + 1];
+    alignas(32) ShF8 rows[2 * L + 1];
     Lum32s i = 0;
     for (; i + 8 <= count; i += 8) {
         ShSink8 s{rows};
-        ownSHClosedBandOnly<Lane8, L>(Lane8::load(pX + i), Lane8::load(pY + i),
-                                      Lane8::load(pZ + i), s);
+        ownSHClosedBandOnly<ShLane8, L>(ShLane8::load(pX + i), ShLane8::load(pY + i),
+                                      ShLane8::load(pZ + i), s);
         ownSHStoreRows(rows, n, pDst + static_cast<std::ptrdiff_t>(i) * n);
     }
     return i;
@@ -61,17 +61,17 @@ LumStatus ownSHClosed(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, Lum3
     const int n = static_cast<int>((L + 1) * (L + 1));
     Lum32s i = 0;
     if (body == ShBody::Packed) {
-        alignas(32) F8 rows[kMaxBlock];
+        alignas(32) ShF8 rows[kMaxBlock];
         for (; i + 8 <= count; i += 8) {
             ShSink8 s{rows};
-            ownSHClosedBlock<Lane8>(Lane8::load(pX + i), Lane8::load(pY + i), Lane8::load(pZ + i),
+            ownSHClosedBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i), ShLane8::load(pZ + i),
                                     L, s);
             ownSHStoreRows(rows, n, pDst + static_cast<std::ptrdiff_t>(i) * n);
         }
     }
     for (; i < count; ++i) {
         ShSink1 s{pDst + static_cast<std::ptrdiff_t>(i) * n};
-        ownSHClosedBlock<Lane1>(pX[i], pY[i], pZ[i], L, s);
+        ownSHClosedBlock<ShLane1>(pX[i], pY[i], pZ[i], L, s);
     }
     return lumStatusOk;
 }
@@ -85,15 +85,15 @@ LumStatus ownSHRecurrence(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, 
     const int n = static_cast<int>((L + 1) * (L + 1));
     Lum32s i = 0;
     if (body == ShBody::Packed) {
-        alignas(32) F8 rows[kMaxBlock];
+        alignas(32) ShF8 rows[kMaxBlock];
         for (; i + 8 <= count; i += 8) {
-            ownSHRecurBlock<Lane8>(Lane8::load(pX + i), Lane8::load(pY + i), Lane8::load(pZ + i),
+            ownSHRecurBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i), ShLane8::load(pZ + i),
                                    pA, pB, L, rows);
             ownSHStoreRows(rows, n, pDst + static_cast<std::ptrdiff_t>(i) * n);
         }
     }
     for (; i < count; ++i)
-        ownSHRecurBlock<Lane1>(pX[i], pY[i], pZ[i], pA, pB, L,
+        ownSHRecurBlock<ShLane1>(pX[i], pY[i], pZ[i], pA, pB, L,
                                pDst + static_cast<std::ptrdiff_t>(i) * n);
     return lumStatusOk;
 }

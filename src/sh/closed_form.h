@@ -159,7 +159,7 @@ struct ShSink1 {
 };
 
 struct ShSink8 {
-    F8* p;
-    void put(int i, D8 v) { p[i] = Lane8::narrow(v); }
-    void putConst(int i, Lum64f v) { p[i] = Lane8::splat(static_cast<Lum32f>(v)); }
+    ShF8* p;
+    void put(int i, ShD8 v) { p[i] = ShLane8::narrow(v); }
+    void putConst(int i, Lum64f v) { p[i] = ShLane8::splat(static_cast<Lum32f>(v)); }
 };

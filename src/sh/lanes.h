@@ -1,7 +1,7 @@
 // Lane types of the spherical-harmonic kernels.  Every kernel is written once
-// over a lane type: Lane1 is one direction in plain float and double, Lane8 is
-// eight directions in AVX registers.  Each operation of Lane8 is the IEEE
-// operation of Lane1 applied per lane (no contraction, default rounding), so
+// over a lane type: ShLane1 is one direction in plain float and double, ShLane8 is
+// eight directions in AVX registers.  Each operation of ShLane8 is the IEEE
+// operation of ShLane1 applied per lane (no contraction, default rounding), so
 // both give the same bits for every direction.
 #pragma once
 
@@ -9,36 +9,36 @@
 
 #include "lumr.h"
 
-struct F8 {
+struct ShF8 {
     __m256 v;
 };
-struct D8 {
+struct ShD8 {
     __m256d lo, hi;  // lanes 0-3 and 4-7
 };
 
-inline F8 operator*(F8 a, F8 b) { return {_mm256_mul_ps(a.v, b.v)}; }
-inline F8 operator+(F8 a, F8 b) { return {_mm256_add_ps(a.v, b.v)}; }
-inline F8 operator-(F8 a, F8 b) { return {_mm256_sub_ps(a.v, b.v)}; }
-inline F8 operator*(F8 a, Lum32f b) { return {_mm256_mul_ps(a.v, _mm256_set1_ps(b))}; }
-inline F8 operator*(Lum32f a, F8 b) { return {_mm256_mul_ps(_mm256_set1_ps(a), b.v)}; }
+inline ShF8 operator*(ShF8 a, ShF8 b) { return {_mm256_mul_ps(a.v, b.v)}; }
+inline ShF8 operator+(ShF8 a, ShF8 b) { return {_mm256_add_ps(a.v, b.v)}; }
+inline ShF8 operator-(ShF8 a, ShF8 b) { return {_mm256_sub_ps(a.v, b.v)}; }
+inline ShF8 operator*(ShF8 a, Lum32f b) { return {_mm256_mul_ps(a.v, _mm256_set1_ps(b))}; }
+inline ShF8 operator*(Lum32f a, ShF8 b) { return {_mm256_mul_ps(_mm256_set1_ps(a), b.v)}; }
 
-inline D8 operator*(D8 a, D8 b) { return {_mm256_mul_pd(a.lo, b.lo), _mm256_mul_pd(a.hi, b.hi)}; }
-inline D8 operator+(D8 a, D8 b) { return {_mm256_add_pd(a.lo, b.lo), _mm256_add_pd(a.hi, b.hi)}; }
-inline D8 operator-(D8 a, D8 b) { return {_mm256_sub_pd(a.lo, b.lo), _mm256_sub_pd(a.hi, b.hi)}; }
-inline D8 operator*(double a, D8 b) {
+inline ShD8 operator*(ShD8 a, ShD8 b) { return {_mm256_mul_pd(a.lo, b.lo), _mm256_mul_pd(a.hi, b.hi)}; }
+inline ShD8 operator+(ShD8 a, ShD8 b) { return {_mm256_add_pd(a.lo, b.lo), _mm256_add_pd(a.hi, b.hi)}; }
+inline ShD8 operator-(ShD8 a, ShD8 b) { return {_mm256_sub_pd(a.lo, b.lo), _mm256_sub_pd(a.hi, b.hi)}; }
+inline ShD8 operator*(double a, ShD8 b) {
     const __m256d k = _mm256_set1_pd(a);
     return {_mm256_mul_pd(k, b.lo), _mm256_mul_pd(k, b.hi)};
 }
-inline D8 operator+(D8 a, double b) {
+inline ShD8 operator+(ShD8 a, double b) {
     const __m256d k = _mm256_set1_pd(b);
     return {_mm256_add_pd(a.lo, k), _mm256_add_pd(a.hi, k)};
 }
-inline D8 operator-(D8 a, double b) {
+inline ShD8 operator-(ShD8 a, double b) {
     const __m256d k = _mm256_set1_pd(b);
     return {_mm256_sub_pd(a.lo, k), _mm256_sub_pd(a.hi, k)};
 }
 
-struct Lane1 {
+struct ShLane1 {
     using F = Lum32f;
     using D = Lum64f;
     static constexpr int kWidth = 1;
@@ -48,9 +48,9 @@ struct Lane1 {
     static F load(const Lum32f* p) { return *p; }
 };
 
-struct Lane8 {
-    using F = F8;
-    using D = D8;
+struct ShLane8 {
+    using F = ShF8;
+    using D = ShD8;
     static constexpr int kWidth = 8;
     static F splat(Lum32f a) { return {_mm256_set1_ps(a)}; }
     static D widen(F a) {
@@ -69,7 +69,7 @@ struct Lane8 {
 // holds value k of the eight directions, lane j going to pDst + j * n + k.
 // Groups of eight values go through an 8 x 8 transpose; a rest of n % 8
 // values is scattered one by one.
-inline void ownSHStoreRows(const F8* pRows, int n, Lum32f* pDst) {
+inline void ownSHStoreRows(const ShF8* pRows, int n, Lum32f* pDst) {
     int k = 0;
     for (; k + 8 <= n; k += 8) {
         const __m256 r0 = pRows[k].v, r1 = pRows[k + 1].v, r2 = pRows[k + 2].v,
