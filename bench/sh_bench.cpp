@@ -145,7 +145,9 @@ void BM_Transform(benchmark::State& st, Transform t, Lum32u algorithm) {
     const Lum32f *x = d.x.data(), *y = d.y.data(), *z = d.z.data();
     for (auto _ : st) {
         switch (t) {
-            case FwdC1: lumrSHTFwd_32f_C1I(x, y, z, d.s.data(), kCount, c0.data(), L, s.get()); break;
+            case FwdC1:
+                lumrSHTFwd_32f_C1I(x, y, z, d.s.data(), kCount, c0.data(), L, s.get());
+                break;
             case FwdC3P3:
                 lumrSHTFwd_32f_C3P3I(x, y, z, d.s3.data(), kCount, &coeffs, L, s.get());
                 break;

@@ -15,9 +15,11 @@ polynomial is written with coprime integer coefficients and a positive leading
 coefficient; its rational content goes into the constant, which is
 sign x sqrt(rational / pi), evaluated to 80 digits and rounded once to binary64.
 
-The expansions use the widened Lum32f powers t.x[k], t.y[k], t.z[k] and the
-shared parts t.re[m], t.im[m] (the coprime Re and Im polynomials of (x + iy)^m),
-so every sum and constant product is a Lum64f operation.
+The expansions use the widened Lum32f powers t.x[k], t.y[k], t.z[1] and the
+even powers t.z[2j] (a chain of products by z^2: an odd polynomial in z is
+written as z times an even one), and the shared parts t.re[m], t.im[m] (the
+coprime Re and Im polynomials of (x + iy)^m), so every sum and constant
+product is a Lum64f operation.
 
 Python 3 standard library only.
 """

@@ -64,8 +64,8 @@ LumStatus ownSHClosed(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, Lum3
         alignas(32) ShF8 rows[kMaxBlock];
         for (; i + 8 <= count; i += 8) {
             ShSink8 s{rows};
-            ownSHClosedBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i), ShLane8::load(pZ + i),
-                                    L, s);
+            ownSHClosedBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i),
+                                      ShLane8::load(pZ + i), L, s);
             ownSHStoreRows(rows, n, pDst + static_cast<std::ptrdiff_t>(i) * n);
         }
     }
@@ -87,8 +87,8 @@ LumStatus ownSHRecurrence(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, 
     if (body == ShBody::Packed) {
         alignas(32) ShF8 rows[kMaxBlock];
         for (; i + 8 <= count; i += 8) {
-            ownSHRecurBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i), ShLane8::load(pZ + i),
-                                   pA, pB, L, rows);
+            ownSHRecurBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i),
+                                     ShLane8::load(pZ + i), pA, pB, L, rows);
             ownSHStoreRows(rows, n, pDst + static_cast<std::ptrdiff_t>(i) * n);
         }
     }

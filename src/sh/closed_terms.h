@@ -5,7 +5,6 @@
 // bits.
 #pragma once
 
-
 template <class D>
 struct ShTerms {  // index 0 unused: power k sits at k
     D x[16], y[16];  // widened x^k, y^k, each a chain of Lum32f products by x, y

@@ -22,9 +22,15 @@ inline ShF8 operator-(ShF8 a, ShF8 b) { return {_mm256_sub_ps(a.v, b.v)}; }
 inline ShF8 operator*(ShF8 a, Lum32f b) { return {_mm256_mul_ps(a.v, _mm256_set1_ps(b))}; }
 inline ShF8 operator*(Lum32f a, ShF8 b) { return {_mm256_mul_ps(_mm256_set1_ps(a), b.v)}; }
 
-inline ShD8 operator*(ShD8 a, ShD8 b) { return {_mm256_mul_pd(a.lo, b.lo), _mm256_mul_pd(a.hi, b.hi)}; }
-inline ShD8 operator+(ShD8 a, ShD8 b) { return {_mm256_add_pd(a.lo, b.lo), _mm256_add_pd(a.hi, b.hi)}; }
-inline ShD8 operator-(ShD8 a, ShD8 b) { return {_mm256_sub_pd(a.lo, b.lo), _mm256_sub_pd(a.hi, b.hi)}; }
+inline ShD8 operator*(ShD8 a, ShD8 b) {
+    return {_mm256_mul_pd(a.lo, b.lo), _mm256_mul_pd(a.hi, b.hi)};
+}
+inline ShD8 operator+(ShD8 a, ShD8 b) {
+    return {_mm256_add_pd(a.lo, b.lo), _mm256_add_pd(a.hi, b.hi)};
+}
+inline ShD8 operator-(ShD8 a, ShD8 b) {
+    return {_mm256_sub_pd(a.lo, b.lo), _mm256_sub_pd(a.hi, b.hi)};
+}
 inline ShD8 operator*(double a, ShD8 b) {
     const __m256d k = _mm256_set1_pd(a);
     return {_mm256_mul_pd(k, b.lo), _mm256_mul_pd(k, b.hi)};

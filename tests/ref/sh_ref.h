@@ -5,5 +5,6 @@
 
 #include <vector>
 
-// Y(l, m) of the direction of (x, y, z), normalised in double first, for l = 0 .. L at index l * l + l + m.
+// Y(l, m) of the direction of (x, y, z), normalised in double first, for
+// l = 0 .. L at index l * l + l + m.
 std::vector<double> refSHBlock(double x, double y, double z, int L);

@@ -76,7 +76,8 @@ TEST(SHState, RecurrenceLayoutInsideTheBlock) {
             EXPECT_EQ(st->tableB[0], 0.0f);
             EXPECT_EQ(st->tableB[1], 0.0f);
             EXPECT_EQ(st->tableB[2], 0.0f);
-            for (Lum32u l = 2; l <= band; ++l) EXPECT_EQ(bitsOf(st->tableB[l * (l + 1) / 2 + l]), 0u);
+            for (Lum32u l = 2; l <= band; ++l)
+                EXPECT_EQ(bitsOf(st->tableB[l * (l + 1) / 2 + l]), 0u);
         }
     }
 }
@@ -85,7 +86,8 @@ TEST(SHState, TablesOfBandTwo) {
     SHState s(2, lumSHRecurrence);
     const Lum32f* a = s.get()->tableA;
     const Lum32f* b = s.get()->tableB;
-    const Lum32f wantA[6] = {0.2820948f, 0.4886025f, -0.4886025f, 1.9364917f, 2.236068f, -1.118034f};
+    const Lum32f wantA[6] = {0.2820948f, 0.4886025f, -0.4886025f,
+                             1.9364917f, 2.236068f,  -1.118034f};
     const Lum32f wantB[6] = {0, 0, 0, -1.118034f, 0, 0};
     for (int i = 0; i < 6; ++i) {
         EXPECT_NEAR(a[i], wantA[i], 1e-7) << i;
