@@ -126,7 +126,7 @@ void BM_SahBuild(benchmark::State& state) {
     state.counters["MB"] = double(size) / 1048576.0;
 }
 BENCHMARK(BM_SahBuild)
-    ->ArgsProduct({{0, 1, 2}, {0, 10}, {1, 2}})
+    ->ArgsProduct({{0, 1, 2}, {0, 5, 10}, {1, 2}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
