@@ -29,11 +29,6 @@ struct OwnPacket {
     int sign[3];  // octant of every lane: near = children[sign]
 };
 
-// The eight-lane form of ownRcpNewton: 2 r0 - (r0 r0) d, written alike.
-inline __m256 ownRcpNewton8(__m256 d, __m256 r0) {
-    return _mm256_sub_ps(_mm256_add_ps(r0, r0), _mm256_mul_ps(_mm256_mul_ps(r0, r0), d));
-}
-
 inline __m256 ownLt8(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LT_OQ); }
 inline __m256 ownLe8(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OQ); }
 inline bool ownAny8(__m256 m) { return _mm256_movemask_ps(m) != 0; }
