@@ -137,7 +137,8 @@ def resize(vol, factors, shifts=0.0, interpolation="linear", out=None, output_sh
     'nearest' copies samples.  'linear' uses 14-bit weights; the rim (outputs
     whose taps reach past the volume) rounds after each axis, the interior
     (core) of uint8 keeps 6 fraction bits and rounds once: a rim and a core
-    sample of one ramp may differ by one.  Cubic codes compute in float32 and
+    sample of one ramp may differ by one, and a rim sample may lie up to 1.5
+    from the float32 result of the same input.  Cubic codes compute in float32 and
     *truncate* interior samples toward zero (a 100.9 gives 100), while the
     rim rounds half up (``trunc(v + 0.5000001)``); both saturate.  float32
     output is not clamped: cubic overshoot stays.
