@@ -8,6 +8,9 @@ two outer axes.  The one case that needs a copy is a last axis that is not
 unit-stride (``vol[:, :, ::2]``, a Fortran-ordered array): such an *input* is
 copied once to C order, and such an *output* is refused.
 """
+import ctypes as C
+import math
+
 import numpy as np
 
 INT32_MAX = 2**31 - 1
@@ -28,7 +31,7 @@ def i32(value, what):
 def aligned_empty(shape, dtype, align=64):
     """An uninitialised C-ordered array whose data starts on ``align`` bytes."""
     dtype = np.dtype(dtype)
-    count = int(np.prod(shape, dtype=np.int64))
+    count = math.prod(shape) if isinstance(shape, tuple) else int(shape)
     nbytes = max(count * dtype.itemsize, 1)
     raw = np.empty(nbytes + align, dtype=np.uint8)
     off = (-raw.ctypes.data) % align
@@ -62,10 +65,15 @@ class Strided:
         return span <= INT32_MAX
 
     def planes(self):
-        """One address per z plane, as an array whose ``.ctypes.data`` the
-        ``PV`` entry points take.  The caller keeps it alive over the call."""
+        """One address per z plane, in a form the ``PV`` entry points take
+        for a pointer argument.  The caller keeps it alive over the call."""
+        d, step = self.depth, self.plane_step
+        if d <= 64:  # cheapest for the small volumes where overhead shows
+            seq = range(self.addr, self.addr + d * step, step) if step else [self.addr] * d
+            return (C.c_void_p * d)(*seq)
         # User-space addresses stay below 2^47, so int64 holds every one.
-        return self.addr + np.arange(self.depth, dtype=np.int64) * self.plane_step
+        arr = self.addr + np.arange(d, dtype=np.int64) * step
+        return arr.ctypes.data_as(C.c_void_p)  # the pointer keeps arr alive
 
 
 def _unit_x(a):

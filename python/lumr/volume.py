@@ -192,8 +192,8 @@ def resize(vol, factors, shifts=0.0, interpolation="linear", out=None, output_sh
     else:
         name = _RESIZE_PV[dtype]
         sp, dp = src.planes(), dst.planes()
-        st2 = getattr(LIB, name)(sp.ctypes.data, C.byref(svol), src.row_step, C.byref(sbox),
-                                 dp.ctypes.data, dst.row_step, C.byref(dbox), fx, fy, fz,
+        st2 = getattr(LIB, name)(sp, C.byref(svol), src.row_step, C.byref(sbox),
+                                 dp, dst.row_step, C.byref(dbox), fx, fy, fz,
                                  sx, sy, sz, code, buf.ctypes.data)
     if st != 0 and st2 >= 0:
         check(st, "lumrResizeGetBufSize")
@@ -276,9 +276,9 @@ def remap(vol, coords, interpolation="linear", out=None, cval=0, src_box=None):
     sp, dp = src.planes(), dst.planes()
     xp, yp, zp = cx.planes(), cy.planes(), cz.planes()
     name = _REMAP[dtype]
-    st = getattr(LIB, name)(sp.ctypes.data, C.byref(svol), src.row_step, C.byref(sbox),
-                            xp.ctypes.data, yp.ctypes.data, zp.ctypes.data, cx.row_step,
-                            dp.ctypes.data, dst.row_step, C.byref(dvol), code)
+    st = getattr(LIB, name)(sp, C.byref(svol), src.row_step, C.byref(sbox),
+                            xp, yp, zp, cx.row_step,
+                            dp, dst.row_step, C.byref(dvol), code)
     check(st, name)
     return out
 
@@ -346,8 +346,8 @@ def warp_affine(vol, matrix, out_shape=None, interpolation="linear", out=None, c
     svol = LumVolume(src.width, src.height, src.depth)
     sp, dp = src.planes(), dst.planes()
     name = _WARP[dtype]
-    st = getattr(LIB, name)(sp.ctypes.data, C.byref(svol), src.row_step, C.byref(sbox),
-                            dp.ctypes.data, dst.row_step, C.byref(dbox), coeffs.ctypes.data,
+    st = getattr(LIB, name)(sp, C.byref(svol), src.row_step, C.byref(sbox),
+                            dp, dst.row_step, C.byref(dbox), coeffs.ctypes.data,
                             code)
     check(st, name)
     return out
@@ -360,6 +360,8 @@ _PAD_MODES = {"reflect": "symmetric", "mirror": "reflect", "nearest": "edge", "w
 
 def _kernel_i32(kernel):
     k = np.asarray(kernel)
+    if k.dtype == np.int32 and k.ndim == 3 and k.flags.c_contiguous:
+        return k  # already the library's layout
     if k.dtype.kind not in "iub":
         if k.dtype.kind == "f" and np.all(np.isfinite(k)) and np.all(k == np.round(k)):
             pass
@@ -438,7 +440,7 @@ def filter(vol, kernel, anchor=None, divisor=1, mode="reflect", cval=0, out=None
           "lumrFilterGetBufSize")
     buf = np.empty(max(size.value, 16), dtype=np.uint8)
     sp, dp = src.planes(), dst.planes()
-    st = LIB.lumrFilter_16s_C1PV(sp.ctypes.data, src.row_step, dp.ctypes.data, dst.row_step,
+    st = LIB.lumrFilter_16s_C1PV(sp, src.row_step, dp, dst.row_step,
                                  C.byref(dvol), k.ctypes.data, C.byref(kvol), C.byref(lanchor),
                                  divisor, buf.ctypes.data)
     check(st, "lumrFilter_16s_C1PV")

@@ -1,4 +1,5 @@
 """Loading, statuses, warnings, dtype dispatch and array layout handling."""
+import ctypes as C
 import os
 import subprocess
 import sys
@@ -8,6 +9,7 @@ import numpy as np
 import pytest
 
 import lumr
+from conftest import needs
 from lumr import _arrays as A
 from lumr._lib import check
 
@@ -34,6 +36,7 @@ def test_status_names_and_exception_fields():
         assert w[0].message.status == value and w[0].message.name == expected[value]
 
 
+@needs("filter")
 def test_library_statuses_reach_python():
     vol = np.zeros((4, 20, 20), np.int16)
     with pytest.raises(lumr.LumrError) as e:
@@ -64,6 +67,11 @@ def test_strided_inputs_are_not_copied():
         planes = s.planes()
         for z in (0, view.shape[0] - 1):
             assert planes[z] == view[z].ctypes.data
+    # Deep volumes take the array form of the plane table.
+    deep = np.zeros((70, 2, 4), np.int16)[::-1]
+    planes = C.cast(A.volume_in(deep, "v", (np.dtype(np.int16),)).planes(),
+                    C.POINTER(C.c_void_p))
+    assert [planes[z] for z in (0, 69)] == [deep[0].ctypes.data, deep[69].ctypes.data]
     # Only a non-unit x stride costs a copy, and only for inputs.
     s = A.volume_in(base[:, :, ::2], "v", (np.dtype(np.int16),))
     assert s.array is not base and s.array.flags.c_contiguous

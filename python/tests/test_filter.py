@@ -4,6 +4,9 @@ import pytest
 import scipy.ndimage as ndi
 
 import lumr
+from conftest import needs
+
+pytestmark = needs("filter")
 
 
 def _model(vol, kernel, anchor, mode_np, cval=0):

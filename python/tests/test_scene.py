@@ -3,6 +3,9 @@ import numpy as np
 import pytest
 
 import lumr
+from conftest import needs
+
+pytestmark = needs("scene")
 
 
 def _mesh(rng, n=200):
