@@ -39,56 +39,55 @@ void localEyePlain(const EyeGrid& g, const LumPlanes3& rays, Lum32s width, Lum32
     }
 }
 
-template <class Access>
-struct EyeStore8 {
-    static void store(Lum32f* p, __m256 v) {
-        Access::store(p, _mm256_castps256_ps128(v));
-        Access::store(p + 4, _mm256_extractf128_ps(v, 1));
-    }
-};
-
 // The row base b = (stepRow y0 + corner) + stepColumn x0 is computed once and
 // then stepped by adding stepRow per row; within a row the column offset is
 // stepColumn x f for a float counter f that starts at 0, 1, 2, 3 and steps by
-// 4.  Below 2^24 that counter holds exact integers, so stepping it by 8 (two
-// groups a step) gives the very same values; above, the counter is stepped
-// literally, four at a time, because it no longer counts exactly.
+// 4.  Below 2^24 that counter holds exact integers, so two counters stepped
+// by 16 (four groups a step) give the very same values; past 2^24 columns the
+// counter is stepped literally, four lanes at a time, because it no longer
+// counts exactly.
 template <class Access>
 void localEyeVec(const EyeGrid& g, const LumPlanes3& rays, Lum32s width, Lum32s height) {
-    Lum32f* const dst[3] = {rays.X, rays.Y, rays.Z};
-    __m128 b[3], sr[3], sc[3];
-    __m256 sc8[3];
-    for (int k = 0; k < 3; ++k) {
-        b[k] = _mm_set1_ps((g.stepRow[k] * g.y0 + g.corner[k]) + g.stepColumn[k] * g.x0);
-        sr[k] = _mm_set1_ps(g.stepRow[k]);
-        sc[k] = _mm_set1_ps(g.stepColumn[k]);
-        sc8[k] = _mm256_set1_ps(g.stepColumn[k]);
-    }
+    __m128 bx = _mm_set1_ps((g.stepRow[0] * g.y0 + g.corner[0]) + g.stepColumn[0] * g.x0);
+    __m128 by = _mm_set1_ps((g.stepRow[1] * g.y0 + g.corner[1]) + g.stepColumn[1] * g.x0);
+    __m128 bz = _mm_set1_ps((g.stepRow[2] * g.y0 + g.corner[2]) + g.stepColumn[2] * g.x0);
+    const __m128 srx = _mm_set1_ps(g.stepRow[0]), sry = _mm_set1_ps(g.stepRow[1]),
+                 srz = _mm_set1_ps(g.stepRow[2]);
+    const __m128 scx = _mm_set1_ps(g.stepColumn[0]), scy = _mm_set1_ps(g.stepColumn[1]),
+                 scz = _mm_set1_ps(g.stepColumn[2]);
+    const __m256 scx8 = _mm256_set_m128(scx, scx), scy8 = _mm256_set_m128(scy, scy),
+                 scz8 = _mm256_set_m128(scz, scz);
     const __m128 four = _mm_set1_ps(4.0f);
-    const __m128 f0 = _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f);
+    const __m256 sixteen = _mm256_set1_ps(16.0f);
     const bool exactCounter = width <= (1 << 24);
     for (Lum32s r = 0; r < height; ++r) {
-        if (r > 0)
-            for (int k = 0; k < 3; ++k) b[k] = _mm_add_ps(b[k], sr[k]);
+        if (r > 0) bx = _mm_add_ps(bx, srx), by = _mm_add_ps(by, sry), bz = _mm_add_ps(bz, srz);
         const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(r) * width;
+        Lum32f* const px = rays.X + row;
+        Lum32f* const py = rays.Y + row;
+        Lum32f* const pz = rays.Z + row;
         Lum32s c = 0;
-        __m128 f = f0;
+        __m128 f = _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f);
         if (exactCounter) {
-            const __m256 b8[3] = {_mm256_set_m128(b[0], b[0]), _mm256_set_m128(b[1], b[1]),
-                                  _mm256_set_m128(b[2], b[2])};
-            const __m256 eight = _mm256_set1_ps(8.0f);
-            __m256 f8 = _mm256_setr_ps(0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f);
-            for (; c + 8 <= width; c += 8) {
-                for (int k = 0; k < 3; ++k)
-                    EyeStore8<Access>::store(dst[k] + row + c,
-                                             _mm256_add_ps(b8[k], _mm256_mul_ps(sc8[k], f8)));
-                f8 = _mm256_add_ps(f8, eight);
+            const __m256 bx8 = _mm256_set_m128(bx, bx), by8 = _mm256_set_m128(by, by),
+                         bz8 = _mm256_set_m128(bz, bz);
+            __m256 fa = _mm256_setr_ps(0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f);
+            __m256 fb = _mm256_add_ps(fa, _mm256_set1_ps(8.0f));
+            for (; c + 16 <= width; c += 16) {
+                Access::store8(px + c, _mm256_add_ps(bx8, _mm256_mul_ps(scx8, fa)));
+                Access::store8(px + c + 8, _mm256_add_ps(bx8, _mm256_mul_ps(scx8, fb)));
+                Access::store8(py + c, _mm256_add_ps(by8, _mm256_mul_ps(scy8, fa)));
+                Access::store8(py + c + 8, _mm256_add_ps(by8, _mm256_mul_ps(scy8, fb)));
+                Access::store8(pz + c, _mm256_add_ps(bz8, _mm256_mul_ps(scz8, fa)));
+                Access::store8(pz + c + 8, _mm256_add_ps(bz8, _mm256_mul_ps(scz8, fb)));
+                fa = _mm256_add_ps(fa, sixteen), fb = _mm256_add_ps(fb, sixteen);
             }
-            f = _mm256_castps256_ps128(f8);
+            f = _mm256_castps256_ps128(fa);
         }
         for (; c < width; c += 4) {
-            for (int k = 0; k < 3; ++k)
-                Access::store(dst[k] + row + c, _mm_add_ps(b[k], _mm_mul_ps(sc[k], f)));
+            Access::store(px + c, _mm_add_ps(bx, _mm_mul_ps(scx, f)));
+            Access::store(py + c, _mm_add_ps(by, _mm_mul_ps(scy, f)));
+            Access::store(pz + c, _mm_add_ps(bz, _mm_mul_ps(scz, f)));
             f = _mm_add_ps(f, four);
         }
     }

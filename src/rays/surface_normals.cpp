@@ -186,14 +186,12 @@ inline void localTriangleNormal(const Lum32f* vertices, const Lum32s* tri, Lum32
     const Lum32f* p0 = vertices + 3 * static_cast<std::ptrdiff_t>(tri[0]);
     const Lum32f* p1 = vertices + 3 * static_cast<std::ptrdiff_t>(tri[1]);
     const Lum32f* p2 = vertices + 3 * static_cast<std::ptrdiff_t>(tri[2]);
-    Lum64f a[3], b[3];
-    for (int k = 0; k < 3; ++k) {
-        a[k] = static_cast<Lum64f>(p0[k]) - static_cast<Lum64f>(p2[k]);
-        b[k] = static_cast<Lum64f>(p1[k]) - static_cast<Lum64f>(p2[k]);
-    }
-    const Lum64f nx = a[1] * b[2] - a[2] * b[1];
-    const Lum64f ny = a[2] * b[0] - a[0] * b[2];
-    const Lum64f nz = a[0] * b[1] - a[1] * b[0];
+    const Lum64f x2 = p2[0], y2 = p2[1], z2 = p2[2];
+    const Lum64f ax = Lum64f{p0[0]} - x2, ay = Lum64f{p0[1]} - y2, az = Lum64f{p0[2]} - z2;
+    const Lum64f bx = Lum64f{p1[0]} - x2, by = Lum64f{p1[1]} - y2, bz = Lum64f{p1[2]} - z2;
+    const Lum64f nx = ay * bz - az * by;
+    const Lum64f ny = az * bx - ax * bz;
+    const Lum64f nz = ax * by - ay * bx;
     const Lum64f s = (nx * nx + ny * ny) + nz * nz;
     // A degenerate triangle gets a zero normal and no failure.
     if (s < kMinSquaredArea) {
