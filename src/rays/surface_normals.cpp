@@ -4,6 +4,7 @@
 // number is a ray that hit nothing.
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 
 #include "frame/own.h"
 #include "frame/parallel.h"
@@ -16,11 +17,23 @@ inline __m128 localOffLanes(const Lum32s* p) {
         _mm_srai_epi32(_mm_load_si128(reinterpret_cast<const __m128i*>(p)), 31));
 }
 
-// Three consecutive floats as (x, y, z, 0), never reading a fourth: the last
-// item of an array may end at the end of its block.
-inline __m128 localLoad3(const Lum32f* p) {
-    const __m128 xy = _mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(p));
-    return _mm_movelh_ps(xy, _mm_load_ss(p + 2));
+// Four items of three consecutive floats each, turned into x, y and z planes.
+// Each item is read as 8 + 4 bytes, never a fourth float: the last item of
+// an array may end at the end of its block.
+inline __m128 localLoad2(const Lum32f* p) {
+    double xy;
+    std::memcpy(&xy, p, 8);
+    return _mm_castpd_ps(_mm_set_sd(xy));
+}
+
+inline void localPlanes3(const Lum32f* a, const Lum32f* b, const Lum32f* c, const Lum32f* d,
+                         __m128& x, __m128& y, __m128& z) {
+    const __m128 ab = _mm_unpacklo_ps(localLoad2(a), localLoad2(b));  // ax bx ay by
+    const __m128 cd = _mm_unpacklo_ps(localLoad2(c), localLoad2(d));  // cx dx cy dy
+    x = _mm_movelh_ps(ab, cd);
+    y = _mm_movehl_ps(cd, ab);
+    z = _mm_movelh_ps(_mm_unpacklo_ps(_mm_load_ss(a + 2), _mm_load_ss(b + 2)),
+                      _mm_unpacklo_ps(_mm_load_ss(c + 2), _mm_load_ss(d + 2)));
 }
 
 inline bool localSameTriangle(const Lum32s* t) {
@@ -40,9 +53,14 @@ void localFlatPlain(const Lum32f* table, const Lum32s* trngl, const LumPlanes3& 
     }
 }
 
+inline const Lum32f* localFlatEntry(const Lum32f* table, Lum32s t) {
+    static const Lum32f kZeros[3] = {0.0f, 0.0f, 0.0f};
+    return t < 0 ? kZeros : table + 3 * static_cast<std::ptrdiff_t>(t);
+}
+
 // A copy, so the values move through registers untouched, NaN payloads
 // included.  Off lanes of a partly off group never touch the table (their
-// triangle numbers are negative) and are zero from the start.
+// triangle numbers are negative): they read zeros instead.
 void localFlatVec(const Lum32f* table, const Lum32s* trngl, const LumPlanes3& dst, Lum32s len) {
     for (Lum32s i = 0; i < len; i += 4) {
         const int offBits = ownOffBits(trngl + i);
@@ -54,12 +72,8 @@ void localFlatVec(const Lum32f* table, const Lum32s* trngl, const LumPlanes3& ds
             const Lum32f* n = table + 3 * static_cast<std::ptrdiff_t>(t[0]);
             x = _mm_set1_ps(n[0]), y = _mm_set1_ps(n[1]), z = _mm_set1_ps(n[2]);
         } else {
-            __m128 lane[4];
-            for (int j = 0; j < 4; ++j)
-                lane[j] = t[j] < 0 ? _mm_setzero_ps()
-                                   : localLoad3(table + 3 * static_cast<std::ptrdiff_t>(t[j]));
-            _MM_TRANSPOSE4_PS(lane[0], lane[1], lane[2], lane[3]);
-            x = lane[0], y = lane[1], z = lane[2];
+            localPlanes3(localFlatEntry(table, t[0]), localFlatEntry(table, t[1]),
+                         localFlatEntry(table, t[2]), localFlatEntry(table, t[3]), x, y, z);
         }
         _mm_store_ps(dst.X + i, x), _mm_store_ps(dst.Y + i, y), _mm_store_ps(dst.Z + i, z);
     }
@@ -114,23 +128,28 @@ void localSmoothPlain(const SmoothArgs& a, Lum32s len) {
     }
 }
 
-// The three normals of each lane as x, y, z planes.  Lanes that are off use 1
-// for every component, so that no invalid arithmetic arises from data that
-// was never fetched; they are cleared afterwards.
-inline void localGatherCorners(const SmoothArgs& a, const Lum32s* t, __m128 (&n)[3][3]) {
-    __m128 lane[3][4];
-    for (int j = 0; j < 4; ++j) {
-        if (t[j] < 0) {
-            lane[0][j] = lane[1][j] = lane[2][j] = _mm_set1_ps(1.0f);
-            continue;
-        }
-        const Lum32s* c = localCorners(a, t[j]);
-        for (int v = 0; v < 3; ++v) lane[v][j] = localLoad3(localVertexNormal(a, c[v]));
-    }
-    for (int v = 0; v < 3; ++v) {
-        _MM_TRANSPOSE4_PS(lane[v][0], lane[v][1], lane[v][2], lane[v][3]);
-        n[v][0] = lane[v][0], n[v][1] = lane[v][1], n[v][2] = lane[v][2];
-    }
+// The normal of one corner of lane t's triangle.  An off lane reads
+// (1, 1, 1) instead, so that no invalid arithmetic arises from data that was
+// never fetched; it is cleared afterwards.
+inline const Lum32f* localCornerNormal(const SmoothArgs& a, Lum32s t, int corner) {
+    static const Lum32f kOnes[3] = {1.0f, 1.0f, 1.0f};
+    return t < 0 ? kOnes : localVertexNormal(a, localCorners(a, t)[corner]);
+}
+
+struct CornerPlanes {
+    __m128 x, y, z;
+};
+
+inline CornerPlanes localGatherCorner(const SmoothArgs& a, const Lum32s* t, int corner) {
+    CornerPlanes n;
+    localPlanes3(localCornerNormal(a, t[0], corner), localCornerNormal(a, t[1], corner),
+                 localCornerNormal(a, t[2], corner), localCornerNormal(a, t[3], corner), n.x, n.y,
+                 n.z);
+    return n;
+}
+
+inline CornerPlanes localBroadcast(const Lum32f* p) {
+    return {_mm_set1_ps(p[0]), _mm_set1_ps(p[1]), _mm_set1_ps(p[2])};
 }
 
 // Deliberate: the processor's reciprocal square root with one Newton step in
@@ -140,40 +159,44 @@ inline void localGatherCorners(const SmoothArgs& a, const Lum32s* t, __m128 (&n)
 // the threshold the result is m x 0, a zero that keeps the sign of m.
 void localSmoothVec(const SmoothArgs& a, Lum32s len) {
     const LumPlanes3& d = *a.dst;
-    Lum32f* const dst[3] = {d.X, d.Y, d.Z};
     const __m128 one = _mm_set1_ps(1.0f), minS = _mm_set1_ps(kMinSquaredLength);
     for (Lum32s i = 0; i < len; i += 4) {
         const int offBits = ownOffBits(a.trngl + i);
         if (offBits == kAllOff) {
-            for (int k = 0; k < 3; ++k) _mm_store_ps(dst[k] + i, _mm_setzero_ps());
+            const __m128 zero = _mm_setzero_ps();
+            _mm_store_ps(d.X + i, zero), _mm_store_ps(d.Y + i, zero), _mm_store_ps(d.Z + i, zero);
             continue;
         }
         const Lum32s* t = a.trngl + i;
-        __m128 n[3][3];
+        CornerPlanes n0, n1, n2;
         if (offBits == kAllOn && localSameTriangle(t)) {
             const Lum32s* c = localCorners(a, t[0]);
-            for (int v = 0; v < 3; ++v) {
-                const Lum32f* p = localVertexNormal(a, c[v]);
-                for (int k = 0; k < 3; ++k) n[v][k] = _mm_set1_ps(p[k]);
-            }
+            n0 = localBroadcast(localVertexNormal(a, c[0]));
+            n1 = localBroadcast(localVertexNormal(a, c[1]));
+            n2 = localBroadcast(localVertexNormal(a, c[2]));
         } else {
-            localGatherCorners(a, t, n);
+            n0 = localGatherCorner(a, t, 0);
+            n1 = localGatherCorner(a, t, 1);
+            n2 = localGatherCorner(a, t, 2);
         }
         const __m128 u = _mm_load_ps(a.u + i), v = _mm_load_ps(a.v + i);
         const __m128 w = _mm_sub_ps(_mm_sub_ps(one, u), v);
-        __m128 m[3];
-        for (int k = 0; k < 3; ++k)
-            m[k] = _mm_add_ps(_mm_mul_ps(n[2][k], w),
-                              _mm_add_ps(_mm_mul_ps(v, n[1][k]), _mm_mul_ps(u, n[0][k])));
-        const __m128 s = _mm_add_ps(_mm_add_ps(_mm_mul_ps(m[0], m[0]), _mm_mul_ps(m[1], m[1])),
-                                    _mm_mul_ps(m[2], m[2]));
+        const __m128 mx =
+            _mm_add_ps(_mm_mul_ps(n2.x, w), _mm_add_ps(_mm_mul_ps(v, n1.x), _mm_mul_ps(u, n0.x)));
+        const __m128 my =
+            _mm_add_ps(_mm_mul_ps(n2.y, w), _mm_add_ps(_mm_mul_ps(v, n1.y), _mm_mul_ps(u, n0.y)));
+        const __m128 mz =
+            _mm_add_ps(_mm_mul_ps(n2.z, w), _mm_add_ps(_mm_mul_ps(v, n1.z), _mm_mul_ps(u, n0.z)));
+        const __m128 s =
+            _mm_add_ps(_mm_add_ps(_mm_mul_ps(mx, mx), _mm_mul_ps(my, my)), _mm_mul_ps(mz, mz));
         const __m128 y = _mm_and_ps(_mm_rsqrt_ps(s), _mm_cmpgt_ps(s, minS));
         const __m128 z = ownRsqrtNewton(s, y);
-        const __m128 off = localOffLanes(a.trngl + i);
-        for (int k = 0; k < 3; ++k) {
-            const __m128 r = _mm_mul_ps(m[k], z);
-            _mm_store_ps(dst[k] + i, offBits == kAllOn ? r : _mm_andnot_ps(off, r));
+        __m128 rx = _mm_mul_ps(mx, z), ry = _mm_mul_ps(my, z), rz = _mm_mul_ps(mz, z);
+        if (offBits != kAllOn) {
+            const __m128 off = localOffLanes(t);
+            rx = _mm_andnot_ps(off, rx), ry = _mm_andnot_ps(off, ry), rz = _mm_andnot_ps(off, rz);
         }
+        _mm_store_ps(d.X + i, rx), _mm_store_ps(d.Y + i, ry), _mm_store_ps(d.Z + i, rz);
     }
 }
 

@@ -18,7 +18,8 @@ TEST(SurfFlatNormal, CopiesBitsInBothBodies) {
         Stream<Lum32f> table(18, body == 2);
         fillUniform(table.p, 18, rng);
         const Lum32u payload = 0x7F800001u;  // a signalling NaN must arrive unquieted
-        std::memcpy(&table[7], &payload, 4);
+        std::memcpy(&table[7], &payload, 4);  // through the shared-triangle fetch
+        std::memcpy(&table[9], &payload, 4);  // through the gather
         Stream<Lum32s> hits(16);
         std::copy(kHits, kHits + 16, hits.p);
         const int len = body == 1 ? 15 : 16;
