@@ -39,6 +39,8 @@ void localEyePlain(const EyeGrid& g, const LumPlanes3& rays, Lum32s width, Lum32
     }
 }
 
+// Deliberate: rows are stepped by repeated addition here, where the plain
+// loop recomputes each point, so the two bodies may differ in rounding.
 // The row base b = (stepRow y0 + corner) + stepColumn x0 is computed once and
 // then stepped by adding stepRow per row; within a row the column offset is
 // stepColumn x f for a float counter f that starts at 0, 1, 2, 3 and steps by
