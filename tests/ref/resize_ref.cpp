@@ -289,3 +289,153 @@ std::vector<T> refRandomVolume(const LumVolume& v, unsigned seed) {
 template std::vector<Lum8u> refRandomVolume<Lum8u>(const LumVolume&, unsigned);
 template std::vector<Lum16u> refRandomVolume<Lum16u>(const LumVolume&, unsigned);
 template std::vector<Lum32f> refRandomVolume<Lum32f>(const LumVolume&, unsigned);
+
+// ---- Cubic family ------------------------------------------------------------
+
+void refCubicCoefs(int code, float f, float out[4]) {
+    const float t0 = -1.0f - f;
+    const float t[4] = {t0, 1.0f + t0, t0 + 2.0f, t0 + 3.0f};
+    for (int m = 0; m < 4; ++m) {
+        const double a = std::fabs(double(t[m]));
+        double v;
+        if (a >= 2.0) {
+            v = 0.0;
+        } else if (a < 1.0) {
+            switch (code) {
+                case 4: v = (((a * 0.5) * a - a) - 0.5) * a + 1.0; break;
+                case 5: v = ((a * 0.5) * a - a) * a + 0.6666666666666666; break;
+                case 6: v = ((a * 1.5 - 2.5) * a) * a + 1.0; break;
+                default: v = ((a * 0.95 - 1.7) * a) * a + 0.8333333333333334; break;
+            }
+        } else if (a >= 1.0) {
+            switch (code) {
+                case 4: v = (((-0.16666666666666666 * a) * a + a) - 1.8333333333333333) * a + 1.0; break;
+                case 5: v = ((-0.16666666666666666 * a) * a + a) * a + ((1.3333333333333333 - a) - a); break;
+                case 6: v = ((-0.5 * a + 2.5) * a + -4.0) * a + 2.0; break;
+                default: v = ((-0.38333333333333336 * a + 2.0) * a + -3.4) * a + 1.8666666666666667; break;
+            }
+        } else {
+            v = 1.0;
+        }
+        out[m] = static_cast<float>(v);
+    }
+}
+
+namespace {
+
+enum CubicClass { kA, kB, kCore, kC, kD, kClamped };
+
+struct CubicPos {
+    CubicClass cls;
+    int i;
+    float k[4];
+    int taps[4];  // class tap list
+};
+
+CubicPos cubicPos(const ResizeCase& c, int code, int axis, int X) {
+    const int n = extent(c, axis);
+    const double s = refResizeCoord(c, axis, X);
+    CubicPos p;
+    p.i = static_cast<int>(std::floor(s));
+    refCubicCoefs(code, static_cast<float>(s - std::floor(s)), p.k);
+    if (n < 3) p.cls = kClamped;
+    else if (s < 0) p.cls = kA;
+    else if (s < 1) p.cls = kB;
+    else if (s >= n - 1) p.cls = kD;
+    else if (s >= n - 2) p.cls = kC;
+    else p.cls = kCore;
+    const int lists[5][4] = {{0, 0, 0, 1}, {0, 0, 1, 2}, {p.i - 1, p.i, p.i + 1, p.i + 2},
+                             {n - 3, n - 2, n - 1, n - 1}, {n - 2, n - 1, n - 1, n - 1}};
+    for (int m = 0; m < 4; ++m)
+        p.taps[m] = p.cls == kClamped ? clampi(p.i - 1 + m, 0, n - 1) : lists[p.cls][m];
+    return p;
+}
+
+float sum4(const float* k, float a, float b, float c, float d) {
+    return (k[0] * a + k[1] * b) + (k[2] * c + k[3] * d);
+}
+
+template <class T>
+struct Cub {
+    const ResizeCase& c;
+    const T* src;
+    int code;
+    bool negativeRowStep;
+    int nx, ny;
+
+    float at(int p, int y, int x) const {
+        return float(src[(static_cast<size_t>(p) * ny + y) * nx + x]);
+    }
+    // Plain x filter of one source row with the column's class tap list.
+    float rowX(int p, int y, const CubicPos& px) const {
+        return sum4(px.k, at(p, y, px.taps[0]), at(p, y, px.taps[1]), at(p, y, px.taps[2]),
+                    at(p, y, px.taps[3]));
+    }
+    // Merged x filter of a rim column.
+    float colX(int p, int y, const CubicPos& px) const {
+        const float* k = px.k;
+        const int n = nx;
+        switch (px.cls) {
+            case kA: return ((k[0] + k[1]) + k[2]) * at(p, y, 0) + k[3] * at(p, y, 1);
+            case kB: return (k[3] * at(p, y, 2) + (k[0] + k[1]) * at(p, y, 0)) + k[2] * at(p, y, 1);
+            case kC: return ((k[2] + k[3]) * at(p, y, n - 1) + k[0] * at(p, y, n - 3)) + k[1] * at(p, y, n - 2);
+            case kD: return k[0] * at(p, y, n - 2) + ((k[1] + k[2]) + k[3]) * at(p, y, n - 1);
+            default: return rowX(p, y, px);
+        }
+    }
+    float plane(int p, int X, int Y, bool* rim) const {
+        const CubicPos px = cubicPos(c, code, 0, X), py = cubicPos(c, code, 1, Y);
+        const float* k = py.k;
+        *rim = py.cls != kCore || px.cls != kCore;
+        switch (py.cls) {
+            case kA: return ((k[0] + k[1]) + k[2]) * rowX(p, 0, px) + k[3] * rowX(p, 1, px);
+            case kB: return ((k[0] + k[1]) * rowX(p, 0, px) + k[3] * rowX(p, 2, px)) + k[2] * rowX(p, 1, px);
+            case kC:
+            case kD:
+            case kClamped: {
+                int t[4] = {py.taps[0], py.taps[1], py.taps[2], py.taps[3]};
+                if (py.cls == kD && negativeRowStep) {
+                    // Class d keeps the rows of the class c row before it in the
+                    // region, or row 0 four times.
+                    int b[3], e[3];
+                    refResizeRegion(c, b, e);
+                    bool cBefore = false;
+                    for (int y = b[1]; y < Y; ++y) cBefore = cBefore || cubicPos(c, code, 1, y).cls == kC;
+                    const int cRows[4] = {ny - 3, ny - 2, ny - 1, ny - 1};
+                    for (int m = 0; m < 4; ++m) t[m] = cBefore ? cRows[m] : 0;
+                }
+                return sum4(k, rowX(p, t[0], px), rowX(p, t[1], px), rowX(p, t[2], px), rowX(p, t[3], px));
+            }
+            default: break;
+        }
+        const int i = py.i;
+        if (px.cls != kCore)
+            return sum4(k, colX(p, i - 1, px), colX(p, i, px), colX(p, i + 1, px), colX(p, i + 2, px));
+        return sum4(k, rowX(p, i - 1, px), rowX(p, i, px), rowX(p, i + 1, px), rowX(p, i + 2, px));
+    }
+    T sample(int X, int Y, int Z) const {
+        const CubicPos pz = cubicPos(c, code, 2, Z);
+        bool rim = false;
+        float v[4];
+        for (int m = 0; m < 4; ++m) v[m] = plane(pz.taps[m], X, Y, &rim);
+        const float r = sum4(pz.k, v[0], v[1], v[2], v[3]);
+        if constexpr (std::is_same_v<T, float>) {
+            return r;
+        } else {
+            const int hi = std::is_same_v<T, Lum8u> ? 255 : 65535;
+            if (rim) return static_cast<T>(clampi(static_cast<int>(std::trunc(double(r) + 0.5000001)), 0, hi));
+            return static_cast<T>(clampi(static_cast<int>(std::trunc(r)), 0, hi));
+        }
+    }
+};
+
+}  // namespace
+
+template <class T>
+T refCubicSample(const ResizeCase& c, const T* src, int code, int X, int Y, int Z,
+                 bool negativeRowStep) {
+    return Cub<T>{c, src, code, negativeRowStep, c.vol.width, c.vol.height}.sample(X, Y, Z);
+}
+template Lum8u refCubicSample<Lum8u>(const ResizeCase&, const Lum8u*, int, int, int, int, bool);
+template Lum16u refCubicSample<Lum16u>(const ResizeCase&, const Lum16u*, int, int, int, int, bool);
+template Lum32f refCubicSample<Lum32f>(const ResizeCase&, const Lum32f*, int, int, int, int, bool);

@@ -59,41 +59,44 @@ struct OwnCarve {
 inline std::size_t ownA64(std::size_t n) { return (n + 63) & ~std::size_t{63}; }
 
 // A ring of K slots tagged with the source row (or plane) entry they hold.
-// ensure() brings the wanted entries into slot order, filtering only entries
-// that no slot holds yet; so a source row is filtered once however many
-// destination rows use it, and a reduction filters just the rows it needs.
+// ensure() maps each wanted entry to a slot (id[k] for position k), filtering
+// only entries that no slot holds yet into slots that no wanted entry needs;
+// so a source row is filtered once however many destination rows use it, a
+// reduction filters just the rows it needs, and a repeated entry (a clamped
+// tap list) shares one slot.
 template <int K>
 struct OwnTagRing {
     int id[K];
-    Lum32s tag[K];
-    bool valid[K];
+    Lum32s tag[K];  // per slot
+    bool valid[K];  // per slot
     OwnTagRing() {
         for (int k = 0; k < K; ++k) id[k] = k, tag[k] = 0, valid[k] = false;
     }
     template <class Fill>
     void ensure(const Lum32s (&want)[K], Fill&& fill) {
-        int next[K];
-        bool have[K], used[K];
-        for (int k = 0; k < K; ++k) have[k] = false, used[k] = false;
-        for (int k = 0; k < K; ++k) {
-            for (int j = 0; j < K; ++j) {
-                if (!used[j] && valid[j] && tag[j] == want[k]) {
-                    next[k] = id[j], used[j] = true, have[k] = true;
+        bool keep[K], have[K];
+        for (int k = 0; k < K; ++k) keep[k] = false, have[k] = false;
+        for (int k = 0; k < K; ++k)
+            for (int p = 0; p < K; ++p)
+                if (valid[p] && tag[p] == want[k]) {
+                    id[k] = p, keep[p] = true, have[k] = true;
                     break;
                 }
-            }
-        }
         for (int k = 0; k < K; ++k) {
             if (have[k]) continue;
-            for (int j = 0; j < K; ++j) {
-                if (!used[j]) {
-                    next[k] = id[j], used[j] = true;
-                    fill(next[k], want[k]);
+            for (int q = 0; q < k; ++q)
+                if (want[q] == want[k]) {  // filled a moment ago
+                    id[k] = id[q], have[k] = true;
                     break;
                 }
-            }
+            if (have[k]) continue;
+            for (int p = 0; p < K; ++p)
+                if (!keep[p]) {
+                    keep[p] = true, valid[p] = true, tag[p] = want[k], id[k] = p;
+                    fill(p, want[k]);
+                    break;
+                }
         }
-        for (int k = 0; k < K; ++k) id[k] = next[k], tag[k] = want[k], valid[k] = true;
     }
 };
 
