@@ -164,7 +164,7 @@ void ownResizeLinearRowX(const T* row, const Lum32s* x, const typename OwnLinear
         // Four columns at a time: each tap pair in one 64-bit load, split
         // into a and b lanes; the lanes compute what the plain loop does.
         auto pair = [row](Lum32s i) {
-            return _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(row + i)));
+            return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row + i)));
         };
         Lum32s c = 0;
         for (; c + 4 <= cw; c += 4) {
