@@ -23,13 +23,13 @@ Conventions shared by all of them, in numpy terms
   affine warp, whose per-thread start positions may differ in the last bit
   of a double (a sample lying exactly on a range or rounding boundary).
 """
+import ctypes as C
 import math
 
 import numpy as np
 
 from . import _arrays as A
-from ._lib import LIB, LumBox, LumPoint3D, LumVolume, LumrError, check
-import ctypes as C
+from ._lib import LIB, LumBox, LumPoint3D, LumVolume, check
 
 #: Interpolation names and their library codes.
 INTERPOLATION = {
@@ -201,6 +201,38 @@ def resize(vol, factors, shifts=0.0, interpolation="linear", out=None, output_sh
     return out
 
 
+
+# ---- remap and warp: reads the library leaves to the caller ----------------------
+def _effective_code(code, shape):
+    """The code the library runs after its silent downgrade on small volumes."""
+    small = min(shape)
+    if small < 4 and code in (4, 5, 6, 7):
+        code = 2
+    if small < 2:
+        code = 1
+    return code
+
+
+def _source_planes(src, box_t, code):
+    """The plane table handed to remap and warp.
+
+    Linear sampling lowers an index that equals the box's upper bound by one
+    and reads that sample with weight zero; for a box one sample wide at
+    index 0 that is sample, row or plane -1, outside vol.  Only in that case
+    vol is copied (documented) into an array with one zero sample, row and
+    plane in front, so the weight-zero read stays inside memory we own; the
+    values are the same as the library gives wherever the read is valid."""
+    z, y, x, d, h, w = box_t
+    if _effective_code(code, src.array.shape) != 2 or not any(
+            o == 0 and e == 1 for o, e in ((z, d), (y, h), (x, w))):
+        return src.row_step, src.planes(), None
+    D, H, W = src.array.shape
+    padded = np.zeros((D + 1, H + 1, W + 1), dtype=src.array.dtype)
+    padded[1:, 1:, 1:] = src.array
+    table = A.Strided(padded[:, 1:, 1:]).planes()  # D + 1 entries, the first for plane -1
+    first = C.cast(table, C.c_void_p).value + C.sizeof(C.c_void_p)
+    return padded.strides[1], first, (padded, table)  # the caller keeps them alive
+
 # ---- remap ------------------------------------------------------------------------
 def _coord_fields(coords, shape=None):
     if isinstance(coords, np.ndarray):
@@ -242,6 +274,11 @@ def remap(vol, coords, interpolation="linear", out=None, cval=0, src_box=None):
     src_box : (z, y, x, depth, height, width), optional
         The region of vol that may be read; default all of it.
 
+    NaN coordinates are refused (``ValueError``): the library's range test
+    lets them through and would index with them.  A ``src_box`` one sample
+    wide at index 0 with linear sampling makes the library read sample -1
+    with weight zero; vol is then copied once into a padded array.
+
     Edges: an output sample whose position lies outside ``src_box`` (inclusive
     bounds ``[x0, x0 + width - 1]``) is not written at all: ``out`` keeps its
     value there (``cval`` for a new array).  'linear' lowers an index equal to
@@ -270,15 +307,24 @@ def remap(vol, coords, interpolation="linear", out=None, cval=0, src_box=None):
     if out is None:
         out = _new_out(shape, dtype, cval)
     dst = A.volume_out(out, "out", dtype, shape)
-    sbox = _lib_box(A.box(src_box, src.array.shape, "src_box"))
+    for f, axis in ((cz, "z"), (cy, "y"), (cx, "x")):
+        # The library tests ranges by comparisons that NaN passes and then
+        # indexes with it; refuse it here.
+        if np.isnan(f.array).any():
+            raise ValueError("coords: NaN %s coordinates (the library would index with them)"
+                             % axis)
+    box_t = A.box(src_box, src.array.shape, "src_box")
+    sbox = _lib_box(box_t)
     svol = LumVolume(src.width, src.height, src.depth)
     dvol = LumVolume(shape[2], shape[1], shape[0])
-    sp, dp = src.planes(), dst.planes()
+    src_step, sp, keep = _source_planes(src, box_t, code)
+    dp = dst.planes()
     xp, yp, zp = cx.planes(), cy.planes(), cz.planes()
     name = _REMAP[dtype]
-    st = getattr(LIB, name)(sp, C.byref(svol), src.row_step, C.byref(sbox),
+    st = getattr(LIB, name)(sp, C.byref(svol), src_step, C.byref(sbox),
                             xp, yp, zp, cx.row_step,
                             dp, dst.row_step, C.byref(dvol), code)
+    del keep
     check(st, name)
     return out
 
@@ -325,6 +371,9 @@ def warp_affine(vol, matrix, out_shape=None, interpolation="linear", out=None, c
     refused although well conditioned).  The first two tests run before the
     interpolation and overlap checks, the determinant test after them.
 
+    A non-finite matrix is refused (``ValueError``); a ``src_box`` one
+    sample wide at index 0 is handled as in :func:`remap`.
+
     Edges and rounding are those of :func:`remap`, with positions carried in
     float64 ('nearest' rounds the double half to even) and one difference:
     float32 cubic samples at a border keep their fraction.  The output may
@@ -335,20 +384,25 @@ def warp_affine(vol, matrix, out_shape=None, interpolation="linear", out=None, c
     src = A.volume_in(vol, "vol", _SAMPLES)
     dtype = src.array.dtype
     coeffs = _library_matrix(matrix)
+    if not np.isfinite(coeffs).all():
+        raise ValueError("matrix must be finite")
     if out is None:
         out = _new_out(tuple(out_shape) if out_shape is not None else src.array.shape,
                        dtype, cval)
     dst = A.volume_out(out, "out", dtype)
-    sbox = _lib_box(A.box(src_box, src.array.shape, "src_box"))
+    box_t = A.box(src_box, src.array.shape, "src_box")
+    sbox = _lib_box(box_t)
     dbox_t = A.box(dst_box, out.shape, "dst_box")
     _check_inside(dbox_t, out.shape, "dst_box")
     dbox = _lib_box(dbox_t)
     svol = LumVolume(src.width, src.height, src.depth)
-    sp, dp = src.planes(), dst.planes()
+    src_step, sp, keep = _source_planes(src, box_t, code)
+    dp = dst.planes()
     name = _WARP[dtype]
-    st = getattr(LIB, name)(sp, C.byref(svol), src.row_step, C.byref(sbox),
+    st = getattr(LIB, name)(sp, C.byref(svol), src_step, C.byref(sbox),
                             dp, dst.row_step, C.byref(dbox), coeffs.ctypes.data,
                             code)
+    del keep
     check(st, name)
     return out
 

@@ -3,7 +3,6 @@ import ctypes as C
 import os
 import subprocess
 import sys
-import warnings
 
 import numpy as np
 import pytest

@@ -88,6 +88,26 @@ def test_remap_leaves_outside_samples_and_warns(rng):
     assert e.value.name == "lumStatusBadInterpolation"
     with pytest.raises(TypeError):
         lumr.remap(vol, c.astype(np.float64))
+    c[1, 3, 4, 5] = np.nan
+    with pytest.raises(ValueError):
+        lumr.remap(vol, c)
+
+
+@needs("remap")
+def test_remap_box_one_sample_wide_at_zero(rng):
+    # Linear sampling reads sample -1 there with weight zero; the result is
+    # the face x = 0 (or plane z = 0) interpolated on the other axes.
+    vol = _vol(rng, (6, 7, 8))
+    c = _coords(rng, vol.shape, (3, 4, 5))
+    c[2] = 0.0
+    got = lumr.remap(vol, c, src_box=(0, 0, 0, 6, 7, 1))
+    ref = ndi.map_coordinates(vol.astype(np.float64), c.astype(np.float64), order=1)
+    np.testing.assert_allclose(got, ref, atol=1e-3)
+    c = _coords(rng, vol.shape, (3, 4, 5))
+    c[0] = 0.0
+    got = lumr.warp_affine(vol, np.eye(4), out_shape=(2, 7, 8), src_box=(0, 0, 0, 1, 7, 8))
+    np.testing.assert_array_equal(got[0], vol[0])
+    assert (got[1] == 0).all()
 
 
 @needs("warp_affine")

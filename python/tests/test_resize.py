@@ -1,5 +1,4 @@
 """Resize against scipy.ndimage.zoom and against itself across layouts."""
-import warnings
 
 import numpy as np
 import pytest
