@@ -24,7 +24,9 @@ from .scene import Hits, Scene
 from .sh import sh_basis, sh_project, sh_reconstruct
 from .volume import INTERPOLATION, filter, remap, resize, warp_affine
 
-__all__ = ["resize", "remap", "warp_affine", "filter", "sh_basis", "sh_project",
+# ``filter`` stays out of __all__ so that ``from lumr import *`` does not
+# shadow the builtin; call it as ``lumr.filter``.
+__all__ = ["resize", "remap", "warp_affine", "sh_basis", "sh_project",
            "sh_reconstruct", "Scene", "Hits", "set_num_threads", "get_num_threads",
            "version", "available", "library_path", "LumrError", "LumrWarning",
            "LumrUnavailableError", "STATUS", "status_name", "INTERPOLATION"]

@@ -21,10 +21,10 @@ read in place.  Results have the grid's shape.
 Each query has a one-ray-at-a-time body and a packet body (tiles of 4 x 4
 rays) chosen by the library when the grid's width and height are multiples
 of 4 and every stream is 16-byte aligned (the package's own buffers are).
-Both bodies are correct; they may disagree on a hit within 1e-5 of another,
-on near-parallel triangles, and the packet body reports u = v = 0 on a miss.
-Hence a (4, 4, 3) grid and the same 16 rays as (16, 3) can differ in such
-cases.
+Both bodies are correct; they may disagree on a hit within 1e-5 of another
+and on near-parallel triangles, and their reciprocals differ in the last
+bits, so a (4, 4, 3) grid and the same 16 rays as (16, 3) can differ in such
+cases.  u and v are 0 for rays that miss (the package zeroes them first).
 
 Distances t are in multiples of each ray's direction (directions need not
 be unit length).  A hit at t = 0 is never taken.  Weights u, v belong to
@@ -199,11 +199,12 @@ class Scene:
         tmax : scalar or per-ray array; hits at t >= tmax are not taken, and
             rays that miss keep it as t.
 
-        The two entry points differ in small ways: with one origin a
-        direction component of 0 adds no constraint to the box test and any
-        t in (0, tmax) is accepted; with per-ray origins such a ray must start
-        strictly inside the box slab, a new hit must be 1e-5 nearer than
-        tmax, and near-degenerate (|det| < 1.2e-6) triangles are skipped.
+        The two entry points differ in small ways in their one-ray body: with
+        one origin a direction component of 0 adds no constraint to the box
+        test and any t in (0, tmax) is accepted; with per-ray origins such a
+        ray must start strictly inside the box's slab on that axis, a hit must
+        be 1e-5 nearer than tmax (or than the previous best), and
+        near-degenerate (|det| < 1.2e-6) triangles are skipped.
         """
         scene = self._live()
         d = _Rays(directions, "directions")
