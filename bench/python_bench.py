@@ -59,6 +59,8 @@ def best_of(repeat, fn):
 
 
 # ---- Part 1 ----------------------------------------------------------------------
+# The bare calls hold raw addresses; each lambda keeps the arrays behind them
+# alive through a default argument.
 def _plane_table(a):
     return (C.c_void_p * a.shape[0])(*(a[z].ctypes.data for z in range(a.shape[0])))
 
@@ -75,7 +77,7 @@ def row_filter(rng, lib):
     args = (sp, v.strides[1], dp, out.strides[1], C.byref(dv), k.ctypes.data, C.byref(kv),
             C.byref(an), 1, buf.ctypes.data)
     return ("filter 8x8x24, 3^3, valid", lambda: lumr.filter(v, k, mode="valid", out=out),
-            lambda: lib.lumrFilter_16s_C1PV(*args))
+            lambda keep=(buf, sp, dp): lib.lumrFilter_16s_C1PV(*args))
 
 
 def row_resize(rng, lib):
@@ -88,7 +90,7 @@ def row_resize(rng, lib):
     args = (v.ctypes.data, C.byref(sv), 32, 256, C.byref(sb), out.ctypes.data, 48, 576,
             C.byref(db), 1.5, 1.5, 1.5, 0.0, 0.0, 0.0, 2, buf.ctypes.data)
     return ("resize 8^3 -> 12^3 linear", lambda: lumr.resize(v, 1.5, out=out),
-            lambda: lib.lumrResize_32f_C1V(*args))
+            lambda keep=buf: lib.lumrResize_32f_C1V(*args))
 
 
 def row_remap(rng, lib):
@@ -99,7 +101,7 @@ def row_remap(rng, lib):
     sp, dp, xp, yp, zp = (_plane_table(a) for a in (v, out, c[2], c[1], c[0]))
     args = (sp, C.byref(sv), 32, C.byref(sb), xp, yp, zp, 32, dp, 32, C.byref(dv), 2)
     return ("remap 8^3 linear", lambda: lumr.remap(v, c, out=out),
-            lambda: lib.lumrRemap_32f_C1PV(*args))
+            lambda keep=(sp, dp, xp, yp, zp): lib.lumrRemap_32f_C1PV(*args))
 
 
 def row_warp(rng, lib):
@@ -113,7 +115,7 @@ def row_warp(rng, lib):
     sp, dp = _plane_table(v), _plane_table(out)
     args = (sp, C.byref(sv), 32, C.byref(sb), dp, 32, C.byref(db), coeffs.ctypes.data, 2)
     return ("warp_affine 8^3 linear", lambda: lumr.warp_affine(v, m, out=out),
-            lambda: lib.lumrWarpAffine_32f_C1PV(*args))
+            lambda keep=(coeffs, sp, dp): lib.lumrWarpAffine_32f_C1PV(*args))
 
 
 def row_sh(rng, lib):
@@ -126,7 +128,7 @@ def row_sh(rng, lib):
     args = (xyz[0].ctypes.data, xyz[1].ctypes.data, xyz[2].ctypes.data, 16, out.ctypes.data,
             3, state.ctypes.data)
     return ("sh_basis 16 dirs, band 3", lambda: lumr.sh_basis(xyz, 3),
-            lambda: lib.lumrSH_32f(*args))
+            lambda keep=out: lib.lumrSH_32f(*args))
 
 
 def row_scene(rng, lib):
@@ -143,7 +145,7 @@ def row_scene(rng, lib):
     roi = L.LumRect2D(4, 4)
     sc = C.byref(scene._scene)
     return ("Scene.intersect 16 rays", lambda: scene.intersect(org, planes),
-            lambda: lib.lumrIntersectEyeSO_32f(org.ctypes.data, C.byref(dp3), t.ctypes.data,
+            lambda keep=(u, w, tri, scene): lib.lumrIntersectEyeSO_32f(org.ctypes.data, C.byref(dp3), t.ctypes.data,
                                                hit, tri.ctypes.data, sc, roi))
 
 
