@@ -8,6 +8,8 @@
 #include <immintrin.h>
 
 #include <cstddef>
+#include <cstring>
+#include <type_traits>
 
 #include "lumr.h"
 #include "volume/interp/cubic_table.h"
@@ -58,6 +60,54 @@ inline Lum32f ownLinearSum(const OwnSource<S>& src, Lum32s i, Lum32s j, Lum32s k
     return b0 * gz + b1 * fz;
 }
 
+// Eight linear samples at once, lane l at (i[l], j[l], k[l]) with the
+// fractions in lane l of fx, fy, fz.  Each lane runs the operations of
+// ownLinearSum in the same order; the x pairs are read in one load each.
+template <class S>
+inline __m256 ownLinearSum8(const OwnSource<S>& src, const Lum32s i[8], const Lum32s j[8],
+                            const Lum32s k[8], __m256 fx, __m256 fy, __m256 fz) {
+    using T = typename S::Type;
+    const T *r00[8], *r10[8], *r01[8], *r11[8];
+    const std::ptrdiff_t step = src.stepN;
+    for (int l = 0; l < 8; ++l) {
+        const std::ptrdiff_t off = static_cast<std::ptrdiff_t>(j[l]) * step + i[l];
+        r00[l] = src.planes[k[l]] + off, r10[l] = r00[l] + step;
+        r01[l] = src.planes[k[l] + 1] + off, r11[l] = r01[l] + step;
+    }
+    const __m256 one = _mm256_set1_ps(1.0f);
+    const __m256 gx = _mm256_sub_ps(one, fx), gy = _mm256_sub_ps(one, fy), gz = _mm256_sub_ps(one, fz);
+    auto lerpX = [&](const T* const rows[8]) {
+        __m256 lo, hi;
+        S::gatherPairs8(rows, lo, hi);
+        return _mm256_add_ps(_mm256_mul_ps(lo, gx), _mm256_mul_ps(hi, fx));
+    };
+    const __m256 a00 = lerpX(r00), a10 = lerpX(r10), a01 = lerpX(r01), a11 = lerpX(r11);
+    const __m256 b0 = _mm256_add_ps(_mm256_mul_ps(a00, gy), _mm256_mul_ps(a10, fy));
+    const __m256 b1 = _mm256_add_ps(_mm256_mul_ps(a01, gy), _mm256_mul_ps(a11, fy));
+    return _mm256_add_ps(_mm256_mul_ps(b0, gz), _mm256_mul_ps(b1, fz));
+}
+
+// Stores the linear results of eight lanes from element e on, only the
+// lanes whose bit is set in mask.
+template <class S>
+inline void ownStoreLinear8(void* row, Lum32s e, __m256 c, int mask) {
+    using T = typename S::Type;
+    T out[8];
+    if constexpr (std::is_same_v<T, Lum32f>) {
+        _mm256_storeu_ps(out, c);
+    } else {
+        alignas(32) Lum32s v[8];  // rounded half to even, low bits kept
+        _mm256_store_si256(reinterpret_cast<__m256i*>(v), _mm256_cvtps_epi32(c));
+        for (int l = 0; l < 8; ++l) out[l] = static_cast<T>(v[l]);
+    }
+    if (mask == 0xFF) {
+        std::memcpy(static_cast<char*>(row) + static_cast<std::ptrdiff_t>(e) * sizeof(T), out, sizeof out);
+        return;
+    }
+    for (int l = 0; l < 8; ++l)
+        if (mask & (1 << l)) ownStoreAt(row, e + l, out[l]);
+}
+
 // The linear index on one axis: at the upper bound it moves down by one, so
 // the far face is reached with a fraction of 1 and the pair stays in the box.
 inline Lum32s ownLinearLower(Lum32s i, Lum32s hi) { return i == hi ? i - 1 : i; }
@@ -65,20 +115,48 @@ inline Lum32s ownLinearLower(Lum32s i, Lum32s hi) { return i == hi ? i - 1 : i; 
 // The four tap weights of one axis for taps at offsets -1, 0, 1, 2 from the
 // fraction f, looked up with linear interpolation in the table:
 // t = |offset - f|, u = min(t, 2) x 100, n = trunc(u),
-// w = T[n] + (T[n+1] - T[n]) x (u - n), all in float.  The four lanes run
-// the scalar sequence exactly.  A NaN distance takes the min's second
-// operand, 2, so no lookup ever leaves the table.
+// w = T[n] + (T[n+1] - T[n]) x (u - n), all in float.  Every lane runs that
+// scalar sequence exactly.  A NaN distance takes the min's second operand,
+// 2, so no lookup ever leaves the table.
+namespace ownDetail {
+
+// The pairs T[n], T[n+1] of four lanes, one 8-byte load each, regrouped into
+// all T[n] (lo) and all T[n+1] (hi).
+inline void tablePairs4(const Lum32f* table, __m128i n, __m128& lo, __m128& hi) {
+    const auto* p0 = reinterpret_cast<const __m64*>(table + _mm_cvtsi128_si32(n));
+    const auto* p1 = reinterpret_cast<const __m64*>(table + _mm_extract_epi32(n, 1));
+    const auto* p2 = reinterpret_cast<const __m64*>(table + _mm_extract_epi32(n, 2));
+    const auto* p3 = reinterpret_cast<const __m64*>(table + _mm_extract_epi32(n, 3));
+    const __m128 a = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), p0), p1);
+    const __m128 b = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), p2), p3);
+    lo = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
+    hi = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+}
+
+// Distances scaled to table positions: u = min(|offset - f|, 2) x 100.
+inline __m256 tablePositions(__m256 f) {
+    const __m256 offsets = _mm256_setr_ps(-1.0f, 0.0f, 1.0f, 2.0f, -1.0f, 0.0f, 1.0f, 2.0f);
+    const __m256 t = _mm256_andnot_ps(_mm256_set1_ps(-0.0f), _mm256_sub_ps(offsets, f));
+    return _mm256_mul_ps(_mm256_min_ps(t, _mm256_set1_ps(2.0f)), _mm256_set1_ps(100.0f));
+}
+
+}  // namespace ownDetail
+
+// Two axes at once: the weights of fa in the low half, of fb in the high.
+inline __m256 ownCubicWeights2(const Lum32f* table, Lum32f fa, Lum32f fb) {
+    const __m256 u = ownDetail::tablePositions(
+        _mm256_set_m128(_mm_set1_ps(fb), _mm_set1_ps(fa)));
+    const __m256i n = _mm256_cvttps_epi32(u);
+    __m128 loA, hiA, loB, hiB;
+    ownDetail::tablePairs4(table, _mm256_castsi256_si128(n), loA, hiA);
+    ownDetail::tablePairs4(table, _mm256_extractf128_si256(n, 1), loB, hiB);
+    const __m256 lo = _mm256_set_m128(loB, loA), hi = _mm256_set_m128(hiB, hiA);
+    const __m256 frac = _mm256_sub_ps(u, _mm256_cvtepi32_ps(n));
+    return _mm256_add_ps(lo, _mm256_mul_ps(_mm256_sub_ps(hi, lo), frac));
+}
+
 inline __m128 ownCubicWeights(const Lum32f* table, Lum32f f) {
-    const __m128 t = _mm_andnot_ps(_mm_set1_ps(-0.0f),
-                                   _mm_sub_ps(_mm_setr_ps(-1.0f, 0.0f, 1.0f, 2.0f), _mm_set1_ps(f)));
-    const __m128 u = _mm_mul_ps(_mm_min_ps(t, _mm_set1_ps(2.0f)), _mm_set1_ps(100.0f));
-    const __m128i n = _mm_cvttps_epi32(u);
-    const __m128 frac = _mm_sub_ps(u, _mm_cvtepi32_ps(n));
-    const Lum32s n0 = _mm_cvtsi128_si32(n), n1 = _mm_extract_epi32(n, 1);
-    const Lum32s n2 = _mm_extract_epi32(n, 2), n3 = _mm_extract_epi32(n, 3);
-    const __m128 lo = _mm_setr_ps(table[n0], table[n1], table[n2], table[n3]);
-    const __m128 hi = _mm_setr_ps(table[n0 + 1], table[n1 + 1], table[n2 + 1], table[n3 + 1]);
-    return _mm_add_ps(lo, _mm_mul_ps(_mm_sub_ps(hi, lo), frac));
+    return _mm256_castps256_ps128(ownCubicWeights2(table, f, f));
 }
 
 // Tap positions of one axis for the index i and the upper bound hi of the
@@ -110,71 +188,88 @@ inline bool ownCubicAxisInterior(Lum32s i, Lum32s hi) { return i >= 1 && i <= hi
 
 namespace ownDetail {
 
-inline void transpose4(__m128& a, __m128& b, __m128& c, __m128& d) { _MM_TRANSPOSE4_PS(a, b, c, d); }
-
-// The sum over one tap plane: rows[m] holds the four samples of tap row m.
-// Each row is (wx0 s0 + wx1 s1) + (wx2 s2 + wx3 s3); the four row sums come
-// back in the lanes of one register, row m in lane m.
-inline __m128 rowSums(__m128 r0, __m128 r1, __m128 r2, __m128 r3, __m128 wx) {
-    r0 = _mm_mul_ps(r0, wx), r1 = _mm_mul_ps(r1, wx);
-    r2 = _mm_mul_ps(r2, wx), r3 = _mm_mul_ps(r3, wx);
-    transpose4(r0, r1, r2, r3);  // now r<c> holds column c of every row
-    return _mm_add_ps(_mm_add_ps(r0, r1), _mm_add_ps(r2, r3));
+// The sums over the tap rows of two planes at once: rows[m] holds tap row m
+// of one plane in the low half and of the other in the high half.  Each row
+// is (wx0 s0 + wx1 s1) + (wx2 s2 + wx3 s3); row m comes back in lane m of
+// each half.
+inline __m256 rowSums2(__m256 r0, __m256 r1, __m256 r2, __m256 r3, __m256 wx) {
+    r0 = _mm256_mul_ps(r0, wx), r1 = _mm256_mul_ps(r1, wx);
+    r2 = _mm256_mul_ps(r2, wx), r3 = _mm256_mul_ps(r3, wx);
+    // Transpose each half so that register c holds column c of every row.
+    const __m256 t0 = _mm256_unpacklo_ps(r0, r1), t1 = _mm256_unpackhi_ps(r0, r1);
+    const __m256 t2 = _mm256_unpacklo_ps(r2, r3), t3 = _mm256_unpackhi_ps(r2, r3);
+    const __m256 c0 = _mm256_shuffle_ps(t0, t2, _MM_SHUFFLE(1, 0, 1, 0));
+    const __m256 c1 = _mm256_shuffle_ps(t0, t2, _MM_SHUFFLE(3, 2, 3, 2));
+    const __m256 c2 = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(1, 0, 1, 0));
+    const __m256 c3 = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(3, 2, 3, 2));
+    return _mm256_add_ps(_mm256_add_ps(c0, c1), _mm256_add_ps(c2, c3));
 }
 
-// From the row sums of the four planes to the result: each plane is
-// (wy0 r0 + wy1 r1) + (wy2 r2 + wy3 r3), then t[n] = wz[n] p[n] is summed
-// (t0 + t1) + (t2 + t3) at the border and (t0 + t2) + (t1 + t3) inside.
+// From the row sums of planes 0 and 1 (q01) and 2 and 3 (q23) to the result:
+// each plane is p = (wy0 r0 + wy1 r1) + (wy2 r2 + wy3 r3), then the terms
+// t[n] = wz[n] p[n] are summed (t0 + t1) + (t2 + t3) at the border and
+// (t0 + t2) + (t1 + t3) inside.
 template <bool kBorder>
-inline Lum32f planeSums(__m128 q0, __m128 q1, __m128 q2, __m128 q3, __m128 wy, __m128 wz) {
-    q0 = _mm_mul_ps(q0, wy), q1 = _mm_mul_ps(q1, wy);
-    q2 = _mm_mul_ps(q2, wy), q3 = _mm_mul_ps(q3, wy);
-    transpose4(q0, q1, q2, q3);  // q<m> holds row m of every plane
-    const __m128 t = _mm_mul_ps(_mm_add_ps(_mm_add_ps(q0, q1), _mm_add_ps(q2, q3)), wz);
-    __m128 h;
-    if constexpr (kBorder)
-        h = _mm_hadd_ps(t, t);  // t0 + t1, t2 + t3
-    else
-        h = _mm_add_ps(t, _mm_movehl_ps(t, t));  // t0 + t2, t1 + t3
-    return _mm_cvtss_f32(_mm_add_ss(h, _mm_shuffle_ps(h, h, 1)));
+inline Lum32f planeSums2(__m256 q01, __m256 q23, __m256 wy, __m128 wz) {
+    const __m256 y01 = _mm256_mul_ps(q01, wy), y23 = _mm256_mul_ps(q23, wy);
+    // Low half [p0 p2 p0 p2], high half [p1 p3 p1 p3].
+    const __m256 h = _mm256_hadd_ps(y01, y23);
+    const __m256 p = _mm256_hadd_ps(h, h);
+    const __m256 w = _mm256_set_m128(_mm_shuffle_ps(wz, wz, _MM_SHUFFLE(3, 1, 3, 1)),
+                                     _mm_shuffle_ps(wz, wz, _MM_SHUFFLE(2, 0, 2, 0)));
+    const __m256 t = _mm256_mul_ps(p, w);
+    const __m128 even = _mm256_castps256_ps128(t), odd = _mm256_extractf128_ps(t, 1);
+    if constexpr (kBorder) {
+        const __m128 s = _mm_add_ps(even, odd);  // t0 + t1, t2 + t3
+        return _mm_cvtss_f32(_mm_add_ss(s, _mm_shuffle_ps(s, s, 1)));
+    } else {
+        const __m128 s = _mm_hadd_ps(even, odd);  // t0 + t2, ., t1 + t3, .
+        return _mm_cvtss_f32(_mm_add_ss(s, _mm_movehl_ps(s, s)));
+    }
 }
 
 }  // namespace ownDetail
 
-// One cubic sample from the taps around (i, j, k) with the weights of the
-// three axes.  Inside the box on every axis the four samples of a tap row are
-// adjacent and are read together; otherwise the 64 taps are gathered one by
-// one through the tap rules.  Both end in the same row and plane sums; only
-// the last sum and the conversion differ.
+// One cubic sample from the taps around (i, j, k).  wxy holds the x
+// weights in its low half and the y weights in its high half.  Inside the box
+// on every axis the four samples of a tap row are adjacent and are read
+// together; otherwise the 64 taps are gathered one by one through the tap
+// rules.  Both end in the same row and plane sums; only the last sum and the
+// conversion differ.
 template <class S, class Border32f>
 inline typename S::Type ownCubicSample(const OwnSource<S>& src, const LumSampleBounds& b, Lum32s i,
-                                       Lum32s j, Lum32s k, __m128 wx, __m128 wy, __m128 wz) {
-    using ownDetail::rowSums;
+                                       Lum32s j, Lum32s k, __m256 wxy, __m128 wz) {
+    using ownDetail::rowSums2;
+    const __m256 wx = _mm256_permute2f128_ps(wxy, wxy, 0x00);
+    const __m256 wy = _mm256_permute2f128_ps(wxy, wxy, 0x11);
     if (ownCubicAxisInterior(i, b.xMax) && ownCubicAxisInterior(j, b.yMax) &&
         ownCubicAxisInterior(k, b.zMax)) {
-        __m128 q[4];
-        for (int n = 0; n < 4; ++n) {
-            const auto* p0 = src.row(j - 1, k - 1 + n) + (i - 1);
-            const std::ptrdiff_t step = src.stepN;
-            q[n] = rowSums(S::loadRow4(p0), S::loadRow4(p0 + step), S::loadRow4(p0 + 2 * step),
-                           S::loadRow4(p0 + 3 * step), wx);
+        const std::ptrdiff_t step = src.stepN;
+        __m256 q[2];
+        for (int h = 0; h < 2; ++h) {
+            const auto* a = src.row(j - 1, k - 1 + 2 * h) + (i - 1);
+            const auto* c = src.row(j - 1, k + 2 * h) + (i - 1);
+            q[h] = rowSums2(S::loadRows2(a, c), S::loadRows2(a + step, c + step),
+                            S::loadRows2(a + 2 * step, c + 2 * step),
+                            S::loadRows2(a + 3 * step, c + 3 * step), wx);
         }
-        return S::fromCubicInterior(ownDetail::planeSums<false>(q[0], q[1], q[2], q[3], wy, wz));
+        return S::fromCubicInterior(ownDetail::planeSums2<false>(q[0], q[1], wy, wz));
     }
     Lum32s tx[4], ty[4], tz[4];
     ownCubicTaps(i, b.xMax, tx);
     ownCubicTaps(j, b.yMax, ty);
     ownCubicTaps(k, b.zMax, tz);
-    __m128 q[4];
-    for (int n = 0; n < 4; ++n) {
-        __m128 r[4];
+    __m256 q[2];
+    for (int h = 0; h < 2; ++h) {
+        __m256 r[4];
         for (int m = 0; m < 4; ++m) {
-            const auto* row = src.row(ty[m], tz[n]);
-            r[m] = _mm_setr_ps(S::toFloat(row[tx[0]]), S::toFloat(row[tx[1]]), S::toFloat(row[tx[2]]),
-                               S::toFloat(row[tx[3]]));
+            const auto* a = src.row(ty[m], tz[2 * h]);
+            const auto* c = src.row(ty[m], tz[2 * h + 1]);
+            r[m] = _mm256_setr_ps(S::toFloat(a[tx[0]]), S::toFloat(a[tx[1]]), S::toFloat(a[tx[2]]),
+                                  S::toFloat(a[tx[3]]), S::toFloat(c[tx[0]]), S::toFloat(c[tx[1]]),
+                                  S::toFloat(c[tx[2]]), S::toFloat(c[tx[3]]));
         }
-        q[n] = rowSums(r[0], r[1], r[2], r[3], wx);
+        q[h] = rowSums2(r[0], r[1], r[2], r[3], wx);
     }
-    return S::template fromCubicBorder<Border32f>(
-        ownDetail::planeSums<true>(q[0], q[1], q[2], q[3], wy, wz));
+    return S::template fromCubicBorder<Border32f>(ownDetail::planeSums2<true>(q[0], q[1], wy, wz));
 }

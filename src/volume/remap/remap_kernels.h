@@ -14,6 +14,60 @@ inline Lum32f ownLoadCoord(const Lum32f* row, Lum32s x) {
     return v;
 }
 
+namespace ownDetail {
+
+// The linear index of eight lanes: truncated toward zero and lowered by one
+// where it equals the upper bound.  Returns it as float for the fractions.
+inline __m256 remapLinearIndex8(__m256 v, Lum32s hi, Lum32s out[8]) {
+    const __m256i t = _mm256_cvttps_epi32(v);
+    const __m128i h = _mm_set1_epi32(hi);
+    __m128i a = _mm256_castsi256_si128(t), b = _mm256_extractf128_si256(t, 1);
+    a = _mm_add_epi32(a, _mm_cmpeq_epi32(a, h));
+    b = _mm_add_epi32(b, _mm_cmpeq_epi32(b, h));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), a);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), b);
+    return _mm256_cvtepi32_ps(_mm256_set_m128i(b, a));
+}
+
+// The linear body eight elements at a time, up to the last full block;
+// returns where the one-at-a-time loop takes over.  Lane by lane it does the
+// arithmetic of the plain loop.  Lanes out of range borrow the indices of an
+// in-range lane, so they read nothing the plain loop would not, and are not
+// stored.
+template <class S>
+Lum32s remapLinear8(const OwnSource<S>& src, void* dstRow, const LumSampleBounds& b, Lum32s width,
+                    const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ) {
+    const __m256 lx = _mm256_set1_ps(Lum32f(b.xMin)), hx = _mm256_set1_ps(Lum32f(b.xMax));
+    const __m256 ly = _mm256_set1_ps(Lum32f(b.yMin)), hy = _mm256_set1_ps(Lum32f(b.yMax));
+    const __m256 lz = _mm256_set1_ps(Lum32f(b.zMin)), hz = _mm256_set1_ps(Lum32f(b.zMax));
+    Lum32s e = 0;
+    for (; e + 8 <= width; e += 8) {
+        const __m256 X = _mm256_loadu_ps(pX + e), Y = _mm256_loadu_ps(pY + e);
+        const __m256 Z = _mm256_loadu_ps(pZ + e);
+        // "Not less than" is true for NaN, as the plain test lets NaN pass.
+        __m256 in = _mm256_and_ps(_mm256_cmp_ps(X, lx, _CMP_NLT_UQ), _mm256_cmp_ps(hx, X, _CMP_NLT_UQ));
+        in = _mm256_and_ps(in, _mm256_and_ps(_mm256_cmp_ps(Y, ly, _CMP_NLT_UQ),
+                                             _mm256_cmp_ps(hy, Y, _CMP_NLT_UQ)));
+        in = _mm256_and_ps(in, _mm256_and_ps(_mm256_cmp_ps(Z, lz, _CMP_NLT_UQ),
+                                             _mm256_cmp_ps(hz, Z, _CMP_NLT_UQ)));
+        const int mask = _mm256_movemask_ps(in);
+        if (mask == 0) continue;
+        Lum32s i[8], j[8], k[8];
+        const __m256 fx = _mm256_sub_ps(X, remapLinearIndex8(X, b.xMax, i));
+        const __m256 fy = _mm256_sub_ps(Y, remapLinearIndex8(Y, b.yMax, j));
+        const __m256 fz = _mm256_sub_ps(Z, remapLinearIndex8(Z, b.zMax, k));
+        if (mask != 0xFF) {
+            const int first = __builtin_ctz(static_cast<unsigned>(mask));
+            for (int l = 0; l < 8; ++l)
+                if (!(mask & (1 << l))) i[l] = i[first], j[l] = j[first], k[l] = k[first];
+        }
+        ownStoreLinear8<S>(dstRow, e, ownLinearSum8(src, i, j, k, fx, fy, fz), mask);
+    }
+    return e;
+}
+
+}  // namespace ownDetail
+
 // One row of the destination: elements 0..width-1, each on its own.  A
 // position outside the clipped box leaves its element untouched; the tests
 // are strict and in float, so X = xMax is in range and xMax + 0.25 is not, and
@@ -27,7 +81,9 @@ void ownRemapRow(const typename S::Type* const* pSrc, void* dstRow, Lum32s srcSt
     const Lum32f lx = static_cast<Lum32f>(xMin), hx = static_cast<Lum32f>(xMax);
     const Lum32f ly = static_cast<Lum32f>(yMin), hy = static_cast<Lum32f>(yMax);
     const Lum32f lz = static_cast<Lum32f>(zMin), hz = static_cast<Lum32f>(zMax);
-    for (Lum32s e = 0; e < width; ++e) {
+    Lum32s e = 0;
+    if constexpr (std::is_same_v<K, OwnLinear>) e = ownDetail::remapLinear8(src, dstRow, b, width, pX, pY, pZ);
+    for (; e < width; ++e) {
         const Lum32f X = ownLoadCoord(pX, e), Y = ownLoadCoord(pY, e), Z = ownLoadCoord(pZ, e);
         if (X < lx || hx < X || Y < ly || hy < Y || Z < lz || hz < Z) continue;
         if constexpr (std::is_same_v<K, OwnNearest>) {
@@ -50,10 +106,9 @@ void ownRemapRow(const typename S::Type* const* pSrc, void* dstRow, Lum32s srcSt
             const Lum32f fx = X - static_cast<Lum32f>(i);
             const Lum32f fy = Y - static_cast<Lum32f>(j);
             const Lum32f fz = Z - static_cast<Lum32f>(k);
-            const __m128 wx = ownCubicWeights(K::table(), fx);
-            const __m128 wy = ownCubicWeights(K::table(), fy);
+            const __m256 wxy = ownCubicWeights2(K::table(), fx, fy);
             const __m128 wz = ownCubicWeights(K::table(), fz);
-            ownStoreAt(dstRow, e, ownCubicSample<S, OwnBorderTruncate>(src, b, i, j, k, wx, wy, wz));
+            ownStoreAt(dstRow, e, ownCubicSample<S, OwnBorderTruncate>(src, b, i, j, k, wxy, wz));
         }
     }
 }
