@@ -60,6 +60,27 @@ inline Lum32f ownLinearSum(const OwnSource<S>& src, Lum32s i, Lum32s j, Lum32s k
     return b0 * gz + b1 * fz;
 }
 
+// The linear index of eight lanes from their truncations (lanes 0-3 in lo,
+// 4-7 in hi): lowered by one where it equals the upper bound, written to out
+// and returned as float for the fractions.
+inline __m256 ownLinearIndex8(__m128i lo, __m128i hi, Lum32s top, Lum32s out[8]) {
+    const __m128i h = _mm_set1_epi32(top);
+    lo = _mm_add_epi32(lo, _mm_cmpeq_epi32(lo, h));
+    hi = _mm_add_epi32(hi, _mm_cmpeq_epi32(hi, h));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), lo);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), hi);
+    return _mm256_cvtepi32_ps(_mm256_set_m128i(hi, lo));
+}
+
+// Lanes out of range borrow the indices of the first lane in range, so that
+// they read nothing a one-sample loop would not; their results are dropped.
+inline void ownBorrowIndices8(int mask, Lum32s i[8], Lum32s j[8], Lum32s k[8]) {
+    if (mask == 0xFF) return;
+    const int first = __builtin_ctz(static_cast<unsigned>(mask));
+    for (int l = 0; l < 8; ++l)
+        if (!(mask & (1 << l))) i[l] = i[first], j[l] = j[first], k[l] = k[first];
+}
+
 // Eight linear samples at once, lane l at (i[l], j[l], k[l]) with the
 // fractions in lane l of fx, fy, fz.  Each lane runs the operations of
 // ownLinearSum in the same order; the x pairs are read in one load each.

@@ -16,24 +16,14 @@ inline Lum32f ownLoadCoord(const Lum32f* row, Lum32s x) {
 
 namespace ownDetail {
 
-// The linear index of eight lanes: truncated toward zero and lowered by one
-// where it equals the upper bound.  Returns it as float for the fractions.
-inline __m256 remapLinearIndex8(__m256 v, Lum32s hi, Lum32s out[8]) {
+inline __m256 remapLinearIndex8(__m256 v, Lum32s top, Lum32s out[8]) {
     const __m256i t = _mm256_cvttps_epi32(v);
-    const __m128i h = _mm_set1_epi32(hi);
-    __m128i a = _mm256_castsi256_si128(t), b = _mm256_extractf128_si256(t, 1);
-    a = _mm_add_epi32(a, _mm_cmpeq_epi32(a, h));
-    b = _mm_add_epi32(b, _mm_cmpeq_epi32(b, h));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), a);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), b);
-    return _mm256_cvtepi32_ps(_mm256_set_m128i(b, a));
+    return ownLinearIndex8(_mm256_castsi256_si128(t), _mm256_extractf128_si256(t, 1), top, out);
 }
 
 // The linear body eight elements at a time, up to the last full block;
 // returns where the one-at-a-time loop takes over.  Lane by lane it does the
-// arithmetic of the plain loop.  Lanes out of range borrow the indices of an
-// in-range lane, so they read nothing the plain loop would not, and are not
-// stored.
+// arithmetic of the plain loop.
 template <class S>
 Lum32s remapLinear8(const OwnSource<S>& src, void* dstRow, const LumSampleBounds& b, Lum32s width,
                     const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ) {
@@ -56,11 +46,7 @@ Lum32s remapLinear8(const OwnSource<S>& src, void* dstRow, const LumSampleBounds
         const __m256 fx = _mm256_sub_ps(X, remapLinearIndex8(X, b.xMax, i));
         const __m256 fy = _mm256_sub_ps(Y, remapLinearIndex8(Y, b.yMax, j));
         const __m256 fz = _mm256_sub_ps(Z, remapLinearIndex8(Z, b.zMax, k));
-        if (mask != 0xFF) {
-            const int first = __builtin_ctz(static_cast<unsigned>(mask));
-            for (int l = 0; l < 8; ++l)
-                if (!(mask & (1 << l))) i[l] = i[first], j[l] = j[first], k[l] = k[first];
-        }
+        ownBorrowIndices8(mask, i, j, k);
         ownStoreLinear8<S>(dstRow, e, ownLinearSum8(src, i, j, k, fx, fy, fz), mask);
     }
     return e;
