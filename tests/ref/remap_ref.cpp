@@ -17,7 +17,9 @@ float Source::at(int32_t x, int32_t y, int32_t z) const {
 
 namespace {
 
-double filter(int32_t code, double t) {
+}  // namespace
+
+double cubicFilter(int32_t code, double t) {
     if (code == 4) {
         if (t < 1) return (t - 1) * (t + 1) * (t - 2) / 2;
         if (t < 2) return -(t - 1) * (t - 2) * (t - 3) / 6;
@@ -32,6 +34,8 @@ double filter(int32_t code, double t) {
                6;
     return 0;
 }
+
+namespace {
 
 struct Tables {
     float t[8][208];
@@ -154,7 +158,7 @@ float cubic(const Source& s, const LumSampleBounds& bd, const float* T, int32_t 
 }  // namespace
 
 void cubicTable(int32_t code, float table[208]) {
-    for (int32_t k = 0; k < 208; ++k) table[k] = k <= 200 ? static_cast<float>(filter(code, k / 100.0)) : 0.0f;
+    for (int32_t k = 0; k < 208; ++k) table[k] = k <= 200 ? static_cast<float>(cubicFilter(code, k / 100.0)) : 0.0f;
 }
 
 Result remapSample(const Source& s, const LumSampleBounds& b, int32_t code, float X, float Y,

@@ -28,6 +28,9 @@ struct Result {
     uint32_t bits;
 };
 
+// The filter of a cubic code (4..7) at the distance t, in double.
+double cubicFilter(int32_t code, double t);
+
 // Table of a cubic code (4..7), 208 entries, evaluated at run time.
 void cubicTable(int32_t code, float table[208]);
 
