@@ -141,19 +141,6 @@ inline Lum32s ownLinearLower(Lum32s i, Lum32s hi) { return i == hi ? i - 1 : i; 
 // 2, so no lookup ever leaves the table.
 namespace ownDetail {
 
-// The pairs T[n], T[n+1] of four lanes, one 8-byte load each, regrouped into
-// all T[n] (lo) and all T[n+1] (hi).
-inline void tablePairs4(const Lum32f* table, __m128i n, __m128& lo, __m128& hi) {
-    const auto* p0 = reinterpret_cast<const __m64*>(table + _mm_cvtsi128_si32(n));
-    const auto* p1 = reinterpret_cast<const __m64*>(table + _mm_extract_epi32(n, 1));
-    const auto* p2 = reinterpret_cast<const __m64*>(table + _mm_extract_epi32(n, 2));
-    const auto* p3 = reinterpret_cast<const __m64*>(table + _mm_extract_epi32(n, 3));
-    const __m128 a = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), p0), p1);
-    const __m128 b = _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), p2), p3);
-    lo = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
-    hi = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
-}
-
 // Distances scaled to table positions: u = min(|offset - f|, 2) x 100.
 inline __m256 tablePositions(__m256 f) {
     const __m256 offsets = _mm256_setr_ps(-1.0f, 0.0f, 1.0f, 2.0f, -1.0f, 0.0f, 1.0f, 2.0f);
@@ -161,23 +148,46 @@ inline __m256 tablePositions(__m256 f) {
     return _mm256_mul_ps(_mm256_min_ps(t, _mm256_set1_ps(2.0f)), _mm256_set1_ps(100.0f));
 }
 
+// T[a], T[a+1] and T[b], T[b+1] in one register, one 8-byte load each.
+inline __m128 tablePairs(const Lum32f* table, Lum32s a, Lum32s b) {
+    return _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(table + a)),
+                        reinterpret_cast<const __m64*>(table + b));
+}
+
 }  // namespace ownDetail
 
-// Two axes at once: the weights of fa in the low half, of fb in the high.
-inline __m256 ownCubicWeights2(const Lum32f* table, Lum32f fa, Lum32f fb) {
-    const __m256 u = ownDetail::tablePositions(
-        _mm256_set_m128(_mm_set1_ps(fb), _mm_set1_ps(fa)));
-    const __m256i n = _mm256_cvttps_epi32(u);
-    __m128 loA, hiA, loB, hiB;
-    ownDetail::tablePairs4(table, _mm256_castsi256_si128(n), loA, hiA);
-    ownDetail::tablePairs4(table, _mm256_extractf128_si256(n, 1), loB, hiB);
-    const __m256 lo = _mm256_set_m128(loB, loA), hi = _mm256_set_m128(hiB, hiA);
-    const __m256 frac = _mm256_sub_ps(u, _mm256_cvtepi32_ps(n));
-    return _mm256_add_ps(lo, _mm256_mul_ps(_mm256_sub_ps(hi, lo), frac));
+// The weights of the three axes of one sample: x in the low half of xy, y in
+// its high half, z in z.
+struct OwnCubicWeightSet {
+    __m256 xy;
+    __m128 z;
+};
+
+inline OwnCubicWeightSet ownCubicWeights3(const Lum32f* table, Lum32f fx, Lum32f fy, Lum32f fz) {
+    using ownDetail::tablePairs;
+    const __m256 uxy = ownDetail::tablePositions(_mm256_set_m128(_mm_set1_ps(fy), _mm_set1_ps(fx)));
+    const __m256 uzz = ownDetail::tablePositions(_mm256_set1_ps(fz));
+    const __m256i nxy = _mm256_cvttps_epi32(uxy), nzz = _mm256_cvttps_epi32(uzz);
+    alignas(32) Lum32s n[16];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(n), nxy);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(n + 8), nzz);
+    // Lane pairs regrouped into all T[n] (shuffle 2020) and all T[n+1] (3131).
+    const __m256 a = _mm256_set_m128(tablePairs(table, n[4], n[5]), tablePairs(table, n[0], n[1]));
+    const __m256 b = _mm256_set_m128(tablePairs(table, n[6], n[7]), tablePairs(table, n[2], n[3]));
+    const __m128 c = tablePairs(table, n[8], n[9]), d = tablePairs(table, n[10], n[11]);
+    const __m256 loXY = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
+    const __m256 hiXY = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+    const __m128 loZ = _mm_shuffle_ps(c, d, _MM_SHUFFLE(2, 0, 2, 0));
+    const __m128 hiZ = _mm_shuffle_ps(c, d, _MM_SHUFFLE(3, 1, 3, 1));
+    const __m256 fracXY = _mm256_sub_ps(uxy, _mm256_cvtepi32_ps(nxy));
+    const __m128 fracZ = _mm_sub_ps(_mm256_castps256_ps128(uzz),
+                                    _mm256_castps256_ps128(_mm256_cvtepi32_ps(nzz)));
+    return {_mm256_add_ps(loXY, _mm256_mul_ps(_mm256_sub_ps(hiXY, loXY), fracXY)),
+            _mm_add_ps(loZ, _mm_mul_ps(_mm_sub_ps(hiZ, loZ), fracZ))};
 }
 
 inline __m128 ownCubicWeights(const Lum32f* table, Lum32f f) {
-    return _mm256_castps256_ps128(ownCubicWeights2(table, f, f));
+    return ownCubicWeights3(table, f, f, f).z;
 }
 
 // Tap positions of one axis for the index i and the upper bound hi of the
@@ -251,30 +261,32 @@ inline Lum32f planeSums2(__m256 q01, __m256 q23, __m256 wy, __m128 wz) {
 
 }  // namespace ownDetail
 
-// One cubic sample from the taps around (i, j, k).  wxy holds the x
-// weights in its low half and the y weights in its high half.  Inside the box
+// One cubic sample from the taps around (i, j, k).  Inside the box
 // on every axis the four samples of a tap row are adjacent and are read
 // together; otherwise the 64 taps are gathered one by one through the tap
 // rules.  Both end in the same row and plane sums; only the last sum and the
 // conversion differ.
 template <class S, class Border32f>
-inline typename S::Type ownCubicSample(const OwnSource<S>& src, const LumSampleBounds& b, Lum32s i,
-                                       Lum32s j, Lum32s k, __m256 wxy, __m128 wz) {
+__attribute__((always_inline)) inline typename S::Type ownCubicSample(
+    const OwnSource<S>& src, const LumSampleBounds& b, Lum32s i, Lum32s j, Lum32s k,
+    const OwnCubicWeightSet& w) {
     using ownDetail::rowSums2;
+    const __m256 wxy = w.xy;
+    const __m128 wz = w.z;
     const __m256 wx = _mm256_permute2f128_ps(wxy, wxy, 0x00);
     const __m256 wy = _mm256_permute2f128_ps(wxy, wxy, 0x11);
     if (ownCubicAxisInterior(i, b.xMax) && ownCubicAxisInterior(j, b.yMax) &&
         ownCubicAxisInterior(k, b.zMax)) {
         const std::ptrdiff_t step = src.stepN;
-        __m256 q[2];
-        for (int h = 0; h < 2; ++h) {
-            const auto* a = src.row(j - 1, k - 1 + 2 * h) + (i - 1);
-            const auto* c = src.row(j - 1, k + 2 * h) + (i - 1);
-            q[h] = rowSums2(S::loadRows2(a, c), S::loadRows2(a + step, c + step),
+        auto tapPlanes = [&](Lum32s first) {  // planes first and first + 1
+            const auto* a = src.row(j - 1, first) + (i - 1);
+            const auto* c = src.row(j - 1, first + 1) + (i - 1);
+            return rowSums2(S::loadRows2(a, c), S::loadRows2(a + step, c + step),
                             S::loadRows2(a + 2 * step, c + 2 * step),
                             S::loadRows2(a + 3 * step, c + 3 * step), wx);
-        }
-        return S::fromCubicInterior(ownDetail::planeSums2<false>(q[0], q[1], wy, wz));
+        };
+        const __m256 q01 = tapPlanes(k - 1), q23 = tapPlanes(k + 1);
+        return S::fromCubicInterior(ownDetail::planeSums2<false>(q01, q23, wy, wz));
     }
     Lum32s tx[4], ty[4], tz[4];
     ownCubicTaps(i, b.xMax, tx);

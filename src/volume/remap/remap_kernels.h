@@ -92,9 +92,8 @@ void ownRemapRow(const typename S::Type* const* pSrc, void* dstRow, Lum32s srcSt
             const Lum32f fx = X - static_cast<Lum32f>(i);
             const Lum32f fy = Y - static_cast<Lum32f>(j);
             const Lum32f fz = Z - static_cast<Lum32f>(k);
-            const __m256 wxy = ownCubicWeights2(K::table(), fx, fy);
-            const __m128 wz = ownCubicWeights(K::table(), fz);
-            ownStoreAt(dstRow, e, ownCubicSample<S, OwnBorderTruncate>(src, b, i, j, k, wxy, wz));
+            const OwnCubicWeightSet w = ownCubicWeights3(K::table(), fx, fy, fz);
+            ownStoreAt(dstRow, e, ownCubicSample<S, OwnBorderTruncate>(src, b, i, j, k, w));
         }
     }
 }

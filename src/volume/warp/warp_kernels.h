@@ -106,10 +106,9 @@ void ownWarpAffineRow(const typename S::Type* const* pSrc, void* dstRow, Lum32s 
             const Lum32f fx = X - static_cast<Lum32f>(i);
             const Lum32f fy = Y - static_cast<Lum32f>(j);
             const Lum32f fz = Z - static_cast<Lum32f>(k);
-            const __m256 wxy = ownCubicWeights2(K::table(), fx, fy);
-            const __m128 wz = ownCubicWeights(K::table(), fz);
+            const OwnCubicWeightSet w = ownCubicWeights3(K::table(), fx, fy, fz);
             // Deliberate: unlike remap, a 32f border sample keeps its fraction.
-            ownStoreAt(dstRow, x, ownCubicSample<S, OwnBorderKeepFraction>(src, b, i, j, k, wxy, wz));
+            ownStoreAt(dstRow, x, ownCubicSample<S, OwnBorderKeepFraction>(src, b, i, j, k, w));
         }
     }
 }
