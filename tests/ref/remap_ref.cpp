@@ -158,7 +158,7 @@ float cubic(const Source& s, const LumSampleBounds& bd, const float* T, int32_t 
 }  // namespace
 
 void cubicTable(int32_t code, float table[208]) {
-    for (int32_t k = 0; k < 208; ++k) table[k] = k <= 200 ? static_cast<float>(cubicFilter(code, k / 100.0)) : 0.0f;
+    for (int32_t k = 0; k < 208; ++k) table[k] = k <= 200 ? static_cast<float>(cubicFilter(code, k / 100.0)) + 0.0f : 0.0f;
 }
 
 Result remapSample(const Source& s, const LumSampleBounds& b, int32_t code, float X, float Y,

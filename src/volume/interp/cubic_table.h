@@ -49,7 +49,10 @@ constexpr double ownCubicFilter(Lum32s code, double t) {
 
 constexpr OwnCubicTable ownBuildCubicTable(Lum32s code) {
     OwnCubicTable table{};
-    for (int k = 0; k <= 200; ++k) table.w[k] = static_cast<Lum32f>(ownCubicFilter(code, k / 100.0));
+    // Adding +0 stores the zeros of the filter (the Lagrange formula gives
+    // -0 at t = 1) as +0, as every zero entry of the tables.
+    for (int k = 0; k <= 200; ++k)
+        table.w[k] = static_cast<Lum32f>(ownCubicFilter(code, k / 100.0)) + 0.0f;
     return table;  // entries 201..207 stay zero
 }
 
