@@ -6,9 +6,11 @@
 #include <limits>
 
 #include "volume/interp/interp.h"
-#include "volume/volume_fixture.h"
+#include "volume/remap_fixture.h"
 
 namespace {
+
+using namespace remaptest;
 
 LumStatus callRemap(const Lum8u* const* s, const LumVolume* sv, Lum32s ss, const LumBox* sb,
                     const Lum32f* const* x, const Lum32f* const* y, const Lum32f* const* z,

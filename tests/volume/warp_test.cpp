@@ -7,10 +7,12 @@
 #include <cmath>
 
 #include "volume/interp/interp.h"
-#include "volume/volume_fixture.h"
+#include "volume/remap_fixture.h"
 #include "volume/warp/warp.h"
 
 namespace {
+
+using namespace remaptest;
 
 using Matrix = Lum64f[3][4];
 

@@ -11,6 +11,9 @@
 #include "lumr.h"
 #include "ref/remap_ref.h"
 
+// Own namespace: other suites link into the same test binary.
+namespace remaptest {
+
 template <class T>
 struct PlanarVolume {
     Lum32s w, h, d, stepBytes;
@@ -84,3 +87,5 @@ struct ThreadCount {  // restores the thread count after a test
 };
 
 constexpr Lum32s kCodes[] = {1, 2, 4, 5, 6, 7};
+
+}  // namespace remaptest
