@@ -31,6 +31,7 @@ test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 bench: build
+	@tools/install-deps.sh bench
 	@tools/run-bench.sh $(BUILD)
 
 install: build

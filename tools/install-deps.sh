@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and tests need, when missing.
+# Installs the Debian packages the build and tests need, when missing;
+# `install-deps.sh bench` adds the peer libraries the benchmarks compare with.
 # As root it runs apt-get; otherwise it prints the exact command and stops.
 set -euo pipefail
 need=(cmake g++ make pkg-config binutils libgtest-dev libbenchmark-dev
       python3 python3-numpy python3-scipy python3-pytest)
+if [ "${1:-}" = bench ]; then
+  need+=(libembree-dev)
+fi
 missing=()
 for p in "${need[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -1,12 +1,8 @@
 // Any hit along segments from a shared origin: the ends of the segment,
 // already-dark rays, agreement of both bodies with the reference, and the
-// chain from shadow-ray generation when that function is in the library.
-#include <dlfcn.h>
-#include <unistd.h>
-
+// chain from shadow-ray generation.
 #include <cmath>
 #include <random>
-#include <string>
 
 #include "scene_fixture.h"
 
@@ -141,25 +137,7 @@ TEST(IntersectAny, BothBodiesAgreeWithReference) {
     EXPECT_GT(blocked, 1600);
 }
 
-// The shadow-ray generator lives in another part of the library; when the
-// shared object beside this test carries it, the chain is checked through it.
-using CastShadowFn = LumStatus (*)(const Lum32f*, const Lum32f*, const LumPlanes3*,
-                                   const LumPlanes3*, Lum32s*, Lum32f*, const LumPlanes3*, Lum32s);
-
-CastShadowFn FindCastShadow() {
-    char self[4096];
-    const ssize_t len = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (len <= 0) return nullptr;
-    std::string dir(self, size_t(len));
-    dir = dir.substr(0, dir.rfind('/'));
-    void* lib = dlopen((dir + "/../liblumre9-6.1.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!lib) return nullptr;
-    return reinterpret_cast<CastShadowFn>(dlsym(lib, "lumrCastShadowSO_32f"));
-}
-
 TEST(IntersectAny, ShadowChainFromPrimaryHits) {
-    const CastShadowFn castShadow = FindCastShadow();
-    if (!castShadow) GTEST_SKIP() << "lumrCastShadowSO_32f is not in this build";
     Scene s(refRandomMesh(123, 200, 0.35), TreeKind::Median3);
     const Lum32f eye[3] = {0.05f, 0.1f, -3.0f}, light[3] = {1.5f, 2.5f, -1.0f};
     RayGrid g(16, 16);
@@ -195,7 +173,7 @@ TEST(IntersectAny, ShadowChainFromPrimaryHits) {
     }
     LumPlanes3 normal{nx.data(), ny.data(), nz.data()}, points{px.data(), py.data(), pz.data()},
         rays{sx.data(), sy.data(), sz.data()};
-    ASSERT_EQ(castShadow(light, facing.data(), &normal, &points, mask.data(), lightDot.data(),
+    ASSERT_EQ(lumrCastShadowSO_32f(light, facing.data(), &normal, &points, mask.data(), lightDot.data(),
                          &rays, Lum32s(n)),
               lumStatusOk);
     Stream<Lum32s> before(mask);

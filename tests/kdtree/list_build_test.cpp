@@ -113,13 +113,17 @@ TEST(SahFrontEnd, QualityAndMemoryLimit) {
         EXPECT_EQ(Build(&p), lumStatusNoMem) << mb;
     }
     // These pass every check of the front end (a NaN quality included) and
-    // go on to the build, whatever it then answers.
-    for (Lum32s mb : {32, 8192 + 32, -1}) {
-        for (Lum32f q : {0.0f, 1.0f, nan}) {
+    // reach the build: its admission needs a little over 32 MiB, 33 MiB then
+    // leaves no room for its two 16 MiB arenas and a chunk of each list, and
+    // 128 MiB or -1 (a byte limit of 0xFFF00000) build.
+    for (Lum32f q : {0.0f, 1.0f, nan}) {
+        p = SahParams(10, q, 32);
+        EXPECT_EQ(Build(&p), lumStatusNoMem);
+        p = SahParams(10, q, 33);
+        EXPECT_EQ(Build(&p), lumStatusPoolExhausted);
+        for (Lum32s mb : {128, 8192 + 128, -1}) {
             p = SahParams(10, q, mb);
-            const LumStatus st = Build(&p);
-            EXPECT_NE(st, lumStatusNoMem) << mb;
-            EXPECT_NE(st, lumStatusBadBuildParam) << mb;
+            EXPECT_EQ(Build(&p), lumStatusOk) << mb;
         }
     }
 }

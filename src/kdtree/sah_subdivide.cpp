@@ -1,0 +1,321 @@
+// The subdivision: an explicit stack of nodes still to build, the split
+// search for each node, and the cutting of its polygons into the children.
+// Nodes are built one after the other; only the search of a large node
+// spreads its three axes over threads, so the tree is the same whatever the
+// thread count.
+#include <omp.h>
+
+#include <cstring>
+
+#include "frame/own.h"
+#include "kdtree/sah_context.h"
+#include "kdtree/split_search.h"
+
+namespace {
+
+// Extents at or below this are flat: no cut on such an axis, and an axis
+// needs a second non-flat one for a cut to make sense.
+constexpr Lum32f kFlatExtent = 1e-5f;
+constexpr Lum64f kMinGain = Lum64f(1e-5f);  // 9.99999974737875e-6
+constexpr Lum32s kParallelItems = 75;       // larger nodes search axes in parallel
+constexpr int kStackStates = 50;            // the deepest tree
+
+struct AxisArrays {
+    Lum32f* starts;
+    Lum32f* ends;
+    Lum32f* planars;
+    Lum32f* scratch;
+};
+
+inline AxisArrays localArrays(Lum32f* const* work, int set) {
+    return {work[4 * set], work[4 * set + 1], work[4 * set + 2], work[4 * set + 3]};
+}
+
+// Gathers, sorts and sweeps one axis into its record.  extentA and extentB
+// are the box's other two extents.
+void localSearchAxis(LumSplitResult* rec, const LumSAHItem* items, Lum32s count, const Lum32f* box,
+                     int axis, Lum32f extentA, Lum32f extentB, const AxisArrays& w) {
+    Lum32s n = 0, m = 0;
+    for (Lum32s i = 0; i < count; ++i) {
+        const Lum32f lo = ownItemLo(items[i], axis), hi = ownItemHi(items[i], axis);
+        if (lo != hi) {
+            w.starts[n] = lo;
+            w.ends[n++] = hi;
+        } else {
+            w.planars[m++] = lo;
+        }
+    }
+    ownSortBounds_32f(w.starts, w.scratch, n);
+    ownSortBounds_32f(w.ends, w.scratch, n);
+    ownSortAscendExact_32f(w.planars, m);  // the comparison sort at any count
+    const Lum32f boxMin = box[axis], boxMax = box[axis + 3];
+    if (m == 0) {
+        ownSweepSplit(w.starts, w.ends, n, boxMin, boxMax, extentA, extentB, &rec->cost,
+                      &rec->splitPos, &rec->leftCount, &rec->rightCount);
+        rec->planarSide = 1;
+    } else {
+        ownSweepSplitPlanar(w.starts, w.ends, w.planars, n, m, boxMin, boxMax, extentA, extentB,
+                            &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount,
+                            &rec->planarSide);
+    }
+    rec->axis = axis;
+}
+
+// The cheapest of the three records, ties to the later axis; then the cut
+// must save more than ratio expected triangle tests.
+void localChoose(LumSplitResult* result, const LumSplitResult* rec, Lum32s count, Lum64f minGain) {
+    const Lum64f c0 = rec[0].cost, c1 = rec[1].cost, c2 = rec[2].cost;
+    int axis;
+    if (c1 > c0)
+        axis = c2 > c0 ? 0 : 2;
+    else
+        axis = c2 > c1 ? 1 : 2;
+    const Lum64f leafCost = result->cost;
+    if (Lum64f(count) * (leafCost - rec[axis].cost) > minGain) {
+        *result = rec[axis];
+        result->axis = axis;
+    } else {
+        result->axis = -1;
+    }
+}
+
+inline Lum64f localMinGain(Lum64f leafCost, Lum32f ratio) {
+    const Lum64f g = leafCost * Lum64f(ratio);
+    return g > kMinGain ? g : kMinGain;
+}
+
+void localFindBestSplit(LumSplitResult* result, const LumSAHItem* items, Lum32s count,
+                        const Lum32f* box, Lum32f* const* work, Lum32f ratio) {
+    const Lum32f ext[3] = {box[3] - box[0], box[4] - box[1], box[5] - box[2]};
+    LumSplitResult rec[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        rec[axis] = *result;  // leaf cost
+        const Lum32f extA = ext[axis == 0 ? 1 : 0], extB = ext[axis == 2 ? 1 : 2];
+        if (!(ext[axis] > kFlatExtent)) continue;
+        // A cut needs a second non-flat axis (the check costs nothing here,
+        // before the gathering, and changes no outcome).
+        if (!(extA > kFlatExtent) && !(extB > kFlatExtent)) continue;
+        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, 0));
+    }
+    localChoose(result, rec, count, localMinGain(result->cost, ratio));
+}
+
+// The same search with each axis in its own OpenMP section and its own four
+// work arrays.  The team is the number of axes worth searching, not the
+// application's thread count: the sections share nothing writable, and a
+// refused fork runs them one after the other in the calling thread.
+void localFindBestSplitSortSearch_MT(LumSplitResult* result, const LumSAHItem* items,
+                                     Lum32s count, const Lum32f* box, Lum32f* const* work,
+                                     Lum32f ratio) {
+    const Lum32f ext[3] = {box[3] - box[0], box[4] - box[1], box[5] - box[2]};
+    LumSplitResult rec[3] = {*result, *result, *result};
+    const Lum64f minGain = localMinGain(result->cost, ratio);
+    const bool on[3] = {ext[0] > kFlatExtent, ext[1] > kFlatExtent, ext[2] > kFlatExtent};
+    auto section = [&](int axis) {
+        const Lum32f extA = ext[axis == 0 ? 1 : 0], extB = ext[axis == 2 ? 1 : 2];
+        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, axis));
+    };
+    const int axes = int(on[0]) + int(on[1]) + int(on[2]);
+    if (axes == 3) {
+#pragma omp parallel sections num_threads(3)
+        {
+#pragma omp section
+            section(0);
+#pragma omp section
+            section(1);
+#pragma omp section
+            section(2);
+        }
+    } else if (axes == 2) {
+        const int a = on[0] ? 0 : 1;
+        const int b = on[2] ? 2 : 1;
+#pragma omp parallel sections num_threads(2)
+        {
+#pragma omp section
+            section(a);
+#pragma omp section
+            section(b);
+        }
+    }
+    // With one axis or none the records keep the leaf cost: no cut passes.
+    localChoose(result, rec, count, minGain);
+}
+
+struct State {
+    LumSAHNode* node;
+    Lum32f box[6];
+    Lum32s depth;
+    char* itemCursor;
+    char* vertexCursor;
+};
+
+// The leaf: triangle numbers to the leaf chunks, polygon arrays back to
+// their free lists.
+LumStatus localMakeLeaf(LumSAHContext* ctx, LumSAHNode* node, LumSAHItem* items) {
+    const Lum32s n = Lum32s(node->value);
+    void* p = nullptr;
+    const LumStatus st = ownSAHChunkTake(ctx, &ctx->leafChunks, size_t(n) * 4, &p);
+    if (st != lumStatusOk) return st;
+    Lum32s* list = static_cast<Lum32s*>(p);
+    for (Lum32s i = 0; i < n; ++i) {
+        list[i] = ownItemTriangle(items[i]);
+        ownSAHPolygonArrayRelease(ctx, items[i].vertices, ownItemCount(items[i]));
+    }
+    node->link = list;
+    return lumStatusOk;
+}
+
+// Sorts the node's items into the left and right arrays by the same
+// comparisons as the sweeps count them, cutting the items that cross.
+LumStatus localClassify(LumSAHContext* ctx, const LumSAHItem* items, Lum32s count,
+                        const LumSplitResult& cut, LumSAHItem* left, LumSAHItem* right) {
+    const int axis = cut.axis;
+    const Lum32f s = cut.splitPos;
+    Lum32s nl = 0, nr = 0;
+    for (Lum32s i = 0; i < count; ++i) {
+        const LumSAHItem& it = items[i];
+        const Lum32f lo = ownItemLo(it, axis), hi = ownItemHi(it, axis);
+        bool toLeft, toRight;
+        if (lo == hi) {
+            toLeft = lo < s || (lo == s && cut.planarSide == 0);
+            toRight = !toLeft && (lo > s || lo == s);
+        } else {
+            toLeft = hi <= s;
+            toRight = !toLeft && lo >= s;
+        }
+        if (toLeft || toRight) {
+            // More items on a side than the search counted: only NaN
+            // coordinates get here, and the arrays must not overflow.
+            if (toLeft ? nl >= cut.leftCount : nr >= cut.rightCount) return lumStatusInternal;
+            if (toLeft)
+                left[nl++] = it;
+            else
+                right[nr++] = it;
+            continue;
+        }
+        if (nl >= cut.leftCount || nr >= cut.rightCount) return lumStatusInternal;
+        const LumStatus st = ownPolygonSplit(&it, &left[nl], &right[nr], s, axis, ctx);
+        if (st != lumStatusOk) return st;
+        ++nl, ++nr;
+    }
+    if (nl != cut.leftCount || nr != cut.rightCount) return lumStatusInternal;
+    return lumStatusOk;
+}
+
+}  // namespace
+
+LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f splitQuality,
+                              Lum32s maxDepth, const Lum32f* box) {
+    const Lum32f ratio = Lum32f((10.0 - 9.0 * Lum64f(splitQuality)) * 0.50575697422027588);
+    // The node being built always has its items in the root's array: a
+    // child's count never exceeds its parent's, so the high child's items
+    // are copied over its parent's and a waiting low child's are copied in
+    // when it is taken up.  Left arrays wait on the item arena above.
+    LumSAHItem* const items = static_cast<LumSAHItem*>(root->link);
+    State stack[kStackStates];
+    int top = 0;
+    State cur;
+    cur.node = root;
+    std::memcpy(cur.box, box, sizeof(cur.box));
+    cur.depth = 0;
+    cur.itemCursor = ctx->itemCursor;
+    cur.vertexCursor = ctx->vertexCursor;
+
+    for (;;) {
+        // Everything a finished subtree put on the arenas above this node's
+        // cursors is no longer referred to.
+        if (cur.vertexCursor >= ctx->vertexStart && cur.vertexCursor < ctx->vertexEnd)
+            ctx->vertexCursor = cur.vertexCursor;
+        if (cur.itemCursor >= ctx->itemStart && cur.itemCursor < ctx->itemEnd)
+            ctx->itemCursor = cur.itemCursor;
+
+        LumSAHNode* node = cur.node;
+        const Lum32s count = Lum32s(node->value);
+        LumSplitResult cut;
+        cut.axis = -1;
+        if (cur.depth != maxDepth) {
+            const Lum64f dx = cur.box[3] - cur.box[0];
+            const Lum64f dy = cur.box[4] - cur.box[1];
+            const Lum64f dz = cur.box[5] - cur.box[2];
+            cut.cost = Lum64f(count) * (dx * (dy + dz) + dy * dz);
+            if (count <= kParallelItems)
+                localFindBestSplit(&cut, items, count, cur.box, ctx->work, ratio);
+            else
+                localFindBestSplitSortSearch_MT(&cut, items, count, cur.box, ctx->work, ratio);
+        }
+
+        if (cut.axis < 0) {
+            LumStatus st = localMakeLeaf(ctx, node, items);
+            if (st != lumStatusOk) return st;
+            if (top == 0) return lumStatusOk;
+            cur = stack[--top];
+            const Lum32s n = Lum32s(cur.node->value);
+            ownCopy32(cur.node->link, items, n * Lum32s(sizeof(LumSAHItem) / 4));
+            cur.node->link = items;
+            continue;
+        }
+
+        void* p = nullptr;
+        LumStatus st = ownSAHChunkTake(ctx, &ctx->nodeChunks, 2 * sizeof(LumSAHNode), &p);
+        if (st != lumStatusOk) return st;
+        LumSAHNode* pair = static_cast<LumSAHNode*>(p);
+        pair[0] = *node;
+        pair[1] = *node;
+        node->kind = cut.axis;
+        std::memcpy(&node->value, &cut.splitPos, 4);
+        node->link = pair;
+        const Lum32s depth = cur.depth + 1;
+        const int axis = cut.axis;
+
+        if (cut.leftCount == 0) {  // nothing below the plane: all items go high
+            pair[0].value = 0;
+            pair[0].link = nullptr;
+            cur.node = &pair[1];
+            cur.box[axis] = cut.splitPos;
+            cur.depth = depth;
+            continue;
+        }
+        if (cut.rightCount == 0) {
+            pair[1].value = 0;
+            pair[1].link = nullptr;
+            cur.node = &pair[0];
+            cur.box[axis + 3] = cut.splitPos;
+            cur.depth = depth;
+            continue;
+        }
+
+        if (top >= kStackStates) return lumStatusInternal;  // depth is at most 50
+        State& low = stack[top++];
+        low.node = &pair[0];
+        std::memcpy(low.box, cur.box, sizeof(low.box));
+        low.box[axis + 3] = cut.splitPos;
+        low.depth = depth;
+        low.itemCursor = ctx->itemCursor;
+        void* lp = nullptr;
+        void* rp = nullptr;
+        st = ownSAHArenaTake(&ctx->itemCursor, ctx->itemEnd,
+                             size_t(cut.leftCount) * sizeof(LumSAHItem), &lp);
+        if (st != lumStatusOk) return st;
+        char* const afterLeft = ctx->itemCursor;
+        st = ownSAHArenaTake(&ctx->itemCursor, ctx->itemEnd,
+                             size_t(cut.rightCount) * sizeof(LumSAHItem), &rp);
+        if (st != lumStatusOk) return st;
+        LumSAHItem* left = static_cast<LumSAHItem*>(lp);
+        LumSAHItem* right = static_cast<LumSAHItem*>(rp);
+        st = localClassify(ctx, items, count, cut, left, right);
+        if (st != lumStatusOk) return st;
+
+        ownCopy32(right, items, cut.rightCount * Lum32s(sizeof(LumSAHItem) / 4));
+        pair[0].value = Lum32u(cut.leftCount);
+        pair[0].link = left;
+        pair[1].value = Lum32u(cut.rightCount);
+        pair[1].link = items;
+        low.vertexCursor = ctx->vertexCursor;
+
+        cur.node = &pair[1];
+        cur.box[axis] = cut.splitPos;
+        cur.depth = depth;
+        cur.itemCursor = afterLeft;
+        cur.vertexCursor = ctx->vertexCursor;
+    }
+}
