@@ -58,10 +58,10 @@ struct Context {
 void albedoOf(const Context& c, Lum32s tri, float px, float pz, float* rgb) {
     if (c.scene.mesh().material[static_cast<size_t>(tri)] == kGround) {
         const int cell = static_cast<int>(std::floor(px * 4.0f)) + static_cast<int>(std::floor(pz * 4.0f));
-        const float g = (cell & 1) ? 0.62f : 0.42f;
+        const float g = (cell & 1) ? 0.50f : 0.28f;
         rgb[0] = g, rgb[1] = g, rgb[2] = g * 0.96f;
     } else {
-        rgb[0] = 0.80f, rgb[1] = 0.60f, rgb[2] = 0.46f;
+        rgb[0] = 0.72f, rgb[1] = 0.48f, rgb[2] = 0.34f;
     }
 }
 

@@ -13,16 +13,16 @@
 namespace demo {
 
 struct Camera {
-    float eye[3] = {1.55f, 1.05f, 2.35f};
+    float eye[3] = {-1.2f, 1.0f, 2.6f};
     float target[3] = {0.0f, 0.42f, 0.0f};
     float up[3] = {0.0f, 1.0f, 0.0f};
     float fovDegrees = 36.0f;  // vertical
 };
 
 struct PointLight {
-    float position[3] = {2.2f, 3.4f, 1.4f};
+    float position[3] = {-2.4f, 3.6f, 1.6f};
     float color[3] = {1.0f, 0.95f, 0.85f};
-    float power = 14.0f;  // irradiance at distance 1, facing the light, is power
+    float power = 45.0f;  // irradiance at distance 1, facing the light, is power
 };
 
 struct RenderOptions {

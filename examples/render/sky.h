@@ -11,9 +11,9 @@ namespace demo {
 
 // Linear RGB radiance of the sky by direction; y is up.
 struct Sky {
-    float zenith[3] = {0.20f, 0.38f, 0.80f};
-    float horizon[3] = {0.80f, 0.82f, 0.88f};
-    float ground[3] = {0.22f, 0.19f, 0.16f};
+    float zenith[3] = {0.10f, 0.22f, 0.55f};
+    float horizon[3] = {0.55f, 0.58f, 0.64f};
+    float ground[3] = {0.16f, 0.14f, 0.12f};
     float sun[3] = {0.0f, 1.0f, 0.0f};      // unit direction towards the sun
     float sunGlow[3] = {1.2f, 1.0f, 0.8f};  // added around the sun
 
