@@ -149,7 +149,7 @@ int main(int argc, char** argv) {
     std::printf("scene    %s: %d triangles, %d vertices (loaded in %.3f s)\n",
                 meshPath.empty() ? "Stanford bunny (built in)" : meshPath.c_str(),
                 scene.mesh().triangleCount(), scene.mesh().vertexCount(), loadSeconds);
-    std::printf("build    %s tree, %d bytes, records and normals in %.3f s; SH sky (band 2, "
+    std::printf("build    box, records, normals and %s tree (%d bytes) in %.3f s; SH sky (band 2, "
                 "4096 samples) in %.3f s\n",
                 scene.treeKind() == TreeKind::SAH ? "SAH" : "list", scene.treeBytes(),
                 scene.buildSeconds(), shSeconds);

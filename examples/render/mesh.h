@@ -24,11 +24,12 @@ struct Mesh {
 
 // Any format the import library reads (OBJ, PLY, OFF, STL and more).
 bool importMesh(const std::string& path, Mesh* mesh, std::string* error);
-// The same from bytes in memory; `hint` is the file extension ("obj").
-bool importMeshFromMemory(const void* data, size_t size, const char* hint, Mesh* mesh,
-                          std::string* error);
-// The Stanford bunny carried inside the program.
+// The Stanford bunny of data/bunny.txt, carried inside the program.
 bool loadEmbeddedBunny(Mesh* mesh, std::string* error);
+// The plain text form of that file: comment lines starting with '#', then
+// "vertexCount triangleCount", x y z per vertex, and three zero-based
+// vertex numbers per triangle.  `text` ends with a zero byte.
+bool parseMeshText(const char* text, Mesh* mesh, std::string* error);
 
 // Scales and moves the mesh so that it is `height` tall, centred over the
 // origin in x and z, and stands on y = 0.  Meshes whose longest side is not

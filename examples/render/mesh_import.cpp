@@ -1,3 +1,4 @@
+#include <assimp/config.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
@@ -11,8 +12,14 @@ namespace demo {
 
 namespace {
 
-constexpr unsigned kSteps = aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
-                            aiProcess_PreTransformVertices | aiProcess_SortByPType;
+// Normals, texture coordinates and colours are dropped before corners are
+// joined, so that faces share vertices by position alone (STL stores a normal
+// per face) and smooth normals can be made from the triangles around them.
+constexpr unsigned kSteps = aiProcess_RemoveComponent | aiProcess_Triangulate |
+                            aiProcess_JoinIdenticalVertices | aiProcess_PreTransformVertices |
+                            aiProcess_SortByPType;
+constexpr int kDropped = aiComponent_NORMALS | aiComponent_TANGENTS_AND_BITANGENTS |
+                         aiComponent_COLORS | aiComponent_TEXCOORDS;
 
 bool collect(const aiScene* scene, Mesh* mesh, std::string* error, const std::string& what) {
     if (!scene) return false;
@@ -44,23 +51,13 @@ bool collect(const aiScene* scene, Mesh* mesh, std::string* error, const std::st
 
 bool importMesh(const std::string& path, Mesh* mesh, std::string* error) {
     Assimp::Importer importer;
+    importer.SetPropertyInteger(AI_CONFIG_PP_RVC_FLAGS, kDropped);
     const aiScene* scene = importer.ReadFile(path, kSteps);
     if (!scene) {
         if (error) *error = "cannot import " + path + ": " + importer.GetErrorString();
         return false;
     }
     return collect(scene, mesh, error, path);
-}
-
-bool importMeshFromMemory(const void* data, size_t size, const char* hint, Mesh* mesh,
-                          std::string* error) {
-    Assimp::Importer importer;
-    const aiScene* scene = importer.ReadFileFromMemory(data, size, kSteps, hint);
-    if (!scene) {
-        if (error) *error = std::string("cannot import the embedded mesh: ") + importer.GetErrorString();
-        return false;
-    }
-    return collect(scene, mesh, error, "the embedded mesh");
 }
 
 void standOnGround(Mesh* mesh, float height) {

@@ -1,8 +1,11 @@
 // Scene setup and the renderer, down to a small image checked against an
 // independent double-precision ray cast of the same scene.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <cmath>
+#include <cstdio>
+#include <filesystem>
 #include <set>
 
 #include "render/mesh.h"
@@ -89,6 +92,55 @@ TEST(DemoScene, MeshStandsOnTheGroundAndNormalsAreSound) {
     const LumRayScene& view = scene.rays();
     EXPECT_EQ(view.pBound, scene.bound());
     EXPECT_NE(view.pRoot, nullptr);
+}
+
+TEST(DemoScene, MeshesComeInThroughTheImportLibraryAndTheBuiltInText) {
+    // One tetrahedron in four file formats.
+    const char* files[][2] = {
+        {"obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 3 2\nf 1 2 4\nf 1 4 3\nf 2 3 4\n"},
+        {"off", "OFF\n4 4 0\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n3 0 2 1\n3 0 1 3\n3 0 3 2\n3 1 2 3\n"},
+        {"ply", "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\n"
+                "property float z\nelement face 4\nproperty list uchar int vertex_indices\n"
+                "end_header\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n3 0 2 1\n3 0 1 3\n3 0 3 2\n3 1 2 3\n"},
+        {"stl", "solid t\nfacet normal 0 0 -1\nouter loop\nvertex 0 0 0\nvertex 0 1 0\nvertex 1 0 0\n"
+                "endloop\nendfacet\nfacet normal 0 -1 0\nouter loop\nvertex 0 0 0\nvertex 1 0 0\n"
+                "vertex 0 0 1\nendloop\nendfacet\nfacet normal -1 0 0\nouter loop\nvertex 0 0 0\n"
+                "vertex 0 0 1\nvertex 0 1 0\nendloop\nendfacet\nfacet normal 1 1 1\nouter loop\n"
+                "vertex 1 0 0\nvertex 0 1 0\nvertex 0 0 1\nendloop\nendfacet\nendsolid t\n"},
+    };
+    for (const auto& f : files) {
+        const std::string path =
+            (std::filesystem::path(::testing::TempDir()) / (std::string("lumr_demo_tetra.") + f[0])).string();
+        FILE* out = std::fopen(path.c_str(), "w");
+        ASSERT_NE(out, nullptr);
+        std::fputs(f[1], out);
+        std::fclose(out);
+        Mesh m;
+        std::string error;
+        ASSERT_TRUE(importMesh(path, &m, &error)) << f[0] << ": " << error;
+        EXPECT_EQ(m.triangleCount(), 4) << f[0];
+        EXPECT_EQ(m.vertexCount(), 4) << f[0];  // shared corners joined, also from STL
+        double volume = 0;  // closed and consistently wound: |signed volume| = 1/6
+        for (int t = 0; t < 4; ++t) {
+            const float* a = &m.vertices[3 * static_cast<size_t>(m.triangles[4 * t])];
+            const float* b = &m.vertices[3 * static_cast<size_t>(m.triangles[4 * t + 1])];
+            const float* c = &m.vertices[3 * static_cast<size_t>(m.triangles[4 * t + 2])];
+            volume += (a[0] * (b[1] * c[2] - b[2] * c[1]) - a[1] * (b[0] * c[2] - b[2] * c[0]) +
+                       a[2] * (b[0] * c[1] - b[1] * c[0])) / 6.0;
+        }
+        EXPECT_NEAR(std::fabs(volume), 1.0 / 6.0, 1e-6) << f[0];
+    }
+    Mesh m;
+    std::string error;
+    EXPECT_FALSE(importMesh("/nonexistent/mesh.obj", &m, &error));
+    EXPECT_FALSE(error.empty());
+
+    ASSERT_TRUE(parseMeshText("# c\n# d\n3 1\n0 0 0\n1 0 0\n0 1 0\n0 2 1\n", &m, &error)) << error;
+    EXPECT_EQ(m.triangles, (std::vector<int32_t>{0, 2, 1, 0}));
+    EXPECT_EQ(m.vertices[3], 1.0f);
+    EXPECT_FALSE(parseMeshText("3 1\n0 0 0\n1 0 0\n0 1 0\n0 3 1\n", &m, &error));
+    EXPECT_FALSE(parseMeshText("3 2\n0 0 0\n1 0 0\n0 1 0\n0 2 1\n", &m, &error));
+    EXPECT_FALSE(parseMeshText("# only a comment\n", &m, &error));
 }
 
 TEST(DemoScene, VertexNormalsAverageTheirTriangles) {
@@ -207,4 +259,30 @@ TEST(DemoRender, ShadowsDarkenTheGroundBehindTheModel) {
     }
     EXPECT_GT(darker, 3 * 40);  // a visible shadow, in all three channels
     EXPECT_EQ(lighter, 0);      // and nothing gains light from it
+}
+
+TEST(DemoRender, SameImageOnAnyNumberOfThreads) {
+    Scene scene;
+    std::string error, note;
+    ASSERT_EQ(scene.build(bunnyOnGround(), TreeOptions{}, &error, &note), lumStatusOk) << error;
+    ShLighting sh;
+    ASSERT_EQ(sh.init(2), lumStatusOk);
+    ASSERT_EQ(sh.project(Sky{}, 256), lumStatusOk);
+    RenderOptions o;
+    o.width = 52;  // partial blocks at the right and bottom edges
+    o.height = 38;
+    o.progress = false;
+    Image one, two;
+    RenderStats s1, s2;
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(1);
+    ASSERT_TRUE(render(scene, sh, o, &one, &s1, &error));
+    omp_set_num_threads(3);
+    ASSERT_TRUE(render(scene, sh, o, &two, &s2, &error));
+    omp_set_num_threads(before);
+    EXPECT_EQ(s1.threads, 1);
+    EXPECT_EQ(s2.threads, 3);
+    EXPECT_EQ(one.pixels, two.pixels);
+    EXPECT_EQ(s1.shadowRays, s2.shadowRays);
+    EXPECT_EQ(s1.reflectionRays, s2.reflectionRays);
 }
