@@ -46,7 +46,14 @@ const char* interpolationName(Lum32s code) {
 
 void affineAboutCentre(int width, int height, int depth, double degrees, char axis,
                        double scale, Lum64f coeffs[3][4]) {
-    const double c = std::cos(degrees * kPi / 180.0), s = std::sin(degrees * kPi / 180.0);
+    double c = std::cos(degrees * kPi / 180.0), s = std::sin(degrees * kPi / 180.0);
+    // Quarter turns exactly: cos 90 degrees is 6e-17 in doubles, enough to
+    // push an edge sample just outside the source box.
+    auto snap = [](double v) {
+        const double r = std::nearbyint(v);
+        return std::fabs(v - r) < 1e-12 ? r : v;
+    };
+    c = snap(c), s = snap(s);
     double r[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
     // Turn in the plane of the two other axes, counter-clockwise from the
     // first of them to the second.

@@ -38,6 +38,8 @@ const char* kUsage =
     "Output\n"
     "  --montage FILE            PNG of the middle slices before and after\n"
     "                            (default out/volume.png)\n"
+    "  --window LO,HI            sample values shown black to white (default: the lower\n"
+    "                            half of the input's range, so that soft tissue shows)\n"
     "  --nifti-out FILE          write the result as NIfTI (default out/volume_result.nii.gz\n"
     "                            when the input was NIfTI)\n"
     "  --threads N               threads for lumr and for this tool\n"
@@ -105,6 +107,8 @@ int main(int argc, char** argv) {
     int pw = 128, ph = 128, pd = 128, threads = 0;
     SampleType type = SampleType::U8;
     bool quiet = false;
+    double window[3] = {0, 0, 0};
+    bool windowGiven = false;
     Lum32s code = LUM_RESAMPLE_CATMULLROM;
     std::vector<Step> steps;
 
@@ -162,6 +166,10 @@ int main(int argc, char** argv) {
             steps.push_back({Step::Filter, static_cast<double>(v[0] - '0'), 0, 0, 'z', code});
         } else if (opt == "--montage") {
             montagePath = value();
+        } else if (opt == "--window") {
+            if (parseNumbers(value(), window) != 2 || !(window[1] > window[0]))
+                fail("--window takes LO,HI with LO below HI");
+            windowGiven = true;
         } else if (opt == "--nifti-out") {
             niftiOut = value();
         } else if (opt == "--threads") {
@@ -194,6 +202,8 @@ int main(int argc, char** argv) {
 
     double lo, hi;
     source.range(&lo, &hi);
+    hi = lo + 0.5 * (hi - lo);
+    if (windowGiven) lo = window[0], hi = window[1];
     Volume current;
     const Volume* from = &source;
     double busy = 0.0;
