@@ -21,14 +21,34 @@ const std::vector<Ellipsoid>& headEllipsoids() {
     return table;
 }
 
+namespace {
+
+constexpr double kDegree = 3.14159265358979323846 / 180.0;
+
+struct Turned {
+    Ellipsoid e;
+    double c, s;
+};
+
+const std::vector<Turned>& turnedEllipsoids() {
+    static const std::vector<Turned> table = [] {
+        std::vector<Turned> t;
+        for (const Ellipsoid& e : headEllipsoids())
+            t.push_back({e, std::cos(e.phiDegrees * kDegree), std::sin(e.phiDegrees * kDegree)});
+        return t;
+    }();
+    return table;
+}
+
+}  // namespace
+
 double phantomDensity(double x, double y, double z) {
-    constexpr double kDegree = 3.14159265358979323846 / 180.0;
     double sum = 0.0;
-    for (const Ellipsoid& e : headEllipsoids()) {
-        const double c = std::cos(e.phiDegrees * kDegree), s = std::sin(e.phiDegrees * kDegree);
+    for (const Turned& t : turnedEllipsoids()) {
+        const Ellipsoid& e = t.e;
         const double dx = x - e.x0, dy = y - e.y0, dz = z - e.z0;
-        const double u = (dx * c + dy * s) / e.a;
-        const double v = (-dx * s + dy * c) / e.b;
+        const double u = (dx * t.c + dy * t.s) / e.a;
+        const double v = (-dx * t.s + dy * t.c) / e.b;
         const double w = dz / e.c;
         if (u * u + v * v + w * w <= 1.0) sum += e.density;
     }
@@ -47,6 +67,8 @@ double phantomScale(SampleType type) {
 Volume makePhantom(SampleType type, int width, int height, int depth) {
     Volume v(type, width, height, depth);
     const double scale = phantomScale(type);
+    turnedEllipsoids();  // built once, before the threads read it
+#pragma omp parallel for schedule(static)
     for (int k = 0; k < v.depth(); ++k) {
         const double z = (k + 0.5) / depth * 2.0 - 1.0;
         for (int j = 0; j < v.height(); ++j) {
