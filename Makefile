@@ -2,6 +2,7 @@
 #   make test              configure, build and run every test
 #   make test SANITIZE=1   the same with AddressSanitizer and UBSan
 #   make bench             build and run the benchmarks
+#   make demo              build and run the example programs (pictures in out/)
 #   make install PREFIX=…  install header, libraries, pkg-config and CMake files
 
 SANITIZE ?= 0
@@ -37,9 +38,13 @@ bench: build
 install: build
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
-demo:
-	@echo "make demo: the example programs are not written yet (see README)." >&2
-	@exit 1
+# Installs what the examples need, builds them and runs both on their
+# built-in defaults; the pictures land in out/.
+demo: deps
+	@tools/install-demo-deps.sh
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMFLAGS) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target lumr-render lumr-volume
+	@examples/demo.sh $(BUILD) out
 
 clean:
 	rm -rf build build-asan
