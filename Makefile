@@ -38,10 +38,9 @@ bench: build
 install: build
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
-# Installs what the examples need, builds them and runs both on their
+# Builds the example programs (their packages come with `deps`) and runs both on their
 # built-in defaults; the pictures land in out/.
 demo: deps
-	@tools/install-demo-deps.sh
 	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMFLAGS) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target lumr-render lumr-volume
 	@examples/demo.sh $(BUILD) out

@@ -4,7 +4,8 @@
 # As root it runs apt-get; otherwise it prints the exact command and stops.
 set -euo pipefail
 need=(cmake g++ make pkg-config binutils libgtest-dev libbenchmark-dev
-      python3 python3-numpy python3-scipy python3-pytest)
+      python3 python3-numpy python3-scipy python3-pytest
+      libpng-dev zlib1g-dev libassimp-dev libnifti2-dev)  # the example programs
 if [ "${1:-}" = bench ]; then
   need+=(libembree-dev)
 fi
