@@ -147,6 +147,10 @@ void ownWalkPacket(const OwnPacket& pk, __m256 tMin, __m256 tMax, __m256 active,
     } stack[kWalkStackDepth];
     int top = 0;
     Recent recent;
+    // The octant as bits of one register, so that the next node's address
+    // follows from the node word by shifts alone.
+    const unsigned signBits = unsigned(pk.sign[0]) | unsigned(pk.sign[1]) << 1 |
+                              unsigned(pk.sign[2]) << 2;
     const LumKDTreeNode* node = root;
     for (;;) {
         while (!ownNodeIsLeaf(node)) {
@@ -154,8 +158,9 @@ void ownWalkPacket(const OwnPacket& pk, __m256 tMin, __m256 tMax, __m256 active,
             const __m256 ts = _mm256_mul_ps(
                 _mm256_sub_ps(_mm256_set1_ps(ownNodeSplit(node)), pk.o[axis]), pk.r[axis]);
             const LumKDTreeNode* pair = ownNodeChildren(node);
-            const LumKDTreeNode* nearChild = pair + pk.sign[axis];
-            const LumKDTreeNode* farChild = pair + (1 - pk.sign[axis]);
+            const unsigned nearSide = (signBits >> axis) & 1u;
+            const LumKDTreeNode* nearChild = pair + nearSide;
+            const LumKDTreeNode* farChild = pair + (nearSide ^ 1u);
             if (!ownAny8(_mm256_and_ps(active, ownLe8(tMin, ts)))) {
                 node = farChild;
             } else if (!ownAny8(_mm256_and_ps(active, ownLe8(ts, tMax)))) {
