@@ -122,7 +122,7 @@ struct PacketAny {
                           _mm256_cmp_ps(h.t, _mm256_setzero_ps(), _CMP_GT_OQ)));
         if (!ownAny8(hit)) return false;
         if (kRow == OccluderRow::Blend)
-            occ = _mm256_blendv_ps(occ, ownIntBits8(n), hit);
+            occ = ownSelect8(hit, ownIntBits8(n), occ);
         else
             occ = _mm256_and_ps(ownIntBits8(n), hit);
         blocked = _mm256_or_ps(blocked, hit);

@@ -125,10 +125,10 @@ struct PacketLayer {
             _mm256_and_ps(ownLt8(h.t, t), _mm256_cmp_ps(h.t, _mm256_setzero_ps(), _CMP_GT_OQ));
         if (!ownAny8(take)) return false;
         for (int k = 0; k < 4; ++k) take = _mm256_andnot_ps(localEqualInt(found[k], n), take);
-        t = _mm256_blendv_ps(t, h.t, take);
-        u = _mm256_blendv_ps(u, h.u, take);
-        v = _mm256_blendv_ps(v, h.v, take);
-        tri = _mm256_blendv_ps(tri, ownIntBits8(n), take);
+        t = ownSelect8(take, h.t, t);
+        u = ownSelect8(take, h.u, u);
+        v = ownSelect8(take, h.v, v);
+        tri = ownSelect8(take, ownIntBits8(n), tri);
         return false;
     }
     __m256 resume(__m256 tMax) const { return ownLt8(tMax, t); }

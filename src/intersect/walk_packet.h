@@ -34,6 +34,13 @@ inline __m256 ownLe8(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OQ
 inline bool ownAny8(__m256 m) { return _mm256_movemask_ps(m) != 0; }
 inline __m256 ownAbs8(__m256 v) { return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), v); }
 inline __m256 ownIntBits8(Lum32s n) { return _mm256_castsi256_ps(_mm256_set1_epi32(n)); }
+// Lanes of `ifSet` where `mask` is all ones, of `ifClear` where it is zero:
+// the blend of a comparison's mask written with bitwise operations, which
+// the compiler keeps in registers (its blend form of such a mask can fall
+// apart into lane-by-lane code without 256-bit integer instructions).
+inline __m256 ownSelect8(__m256 mask, __m256 ifSet, __m256 ifClear) {
+    return _mm256_or_ps(_mm256_and_ps(mask, ifSet), _mm256_andnot_ps(mask, ifClear));
+}
 
 // Two rows of four as one packet, or one row in the low lanes with zeros above.
 inline __m256 ownLoadRows(const Lum32f* row0, const Lum32f* row1) {
