@@ -188,7 +188,7 @@ struct LayerTiles {
         const __m256 inert = _mm256_set1_ps(-std::numeric_limits<Lum32f>::infinity());
         __m256 startT = dist0;
         for (Lum32s layer = 0;; ++layer) {
-            PacketLayer hits{_mm256_blendv_ps(inert, startT, in), _mm256_setzero_ps(),
+            PacketLayer hits{ownSelect8(in, startT, inert), _mm256_setzero_ps(),
                              _mm256_setzero_ps(), load(s.tri, layer, row, col, two), found};
             ownWalkPacket<PacketLayer, Recent>(pk, tMin, tMax, active, s.scene->pRoot,
                                                s.scene->pAccel, hits);
@@ -212,9 +212,8 @@ struct LayerTiles {
             }
             if (layer + 1 >= s.depth) return;
             for (int a = 0; a < 3; ++a)
-                pk.o[a] = _mm256_blendv_ps(
-                    pk.o[a], _mm256_add_ps(pk.o[a], _mm256_mul_ps(hits.t, pk.d[a])), in);
-            found[layer & 3] = _mm256_blendv_ps(found[layer & 3], hits.tri, in);
+                pk.o[a] = ownSelect8(in, _mm256_add_ps(pk.o[a], _mm256_mul_ps(hits.t, pk.d[a])), pk.o[a]);
+            found[layer & 3] = ownSelect8(in, hits.tri, found[layer & 3]);
             store(s.tri, layer + 1, row, col, two, none, in);
             store(s.dist, layer + 1, row, col, two, _mm256_set1_ps(kFar), in);
             startT = _mm256_set1_ps(kFar);

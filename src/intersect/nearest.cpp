@@ -151,7 +151,7 @@ struct NearestTiles {
         // The high lanes are inert: a best of -inf accepts nothing and
         // keeps them from ever becoming active.
         const __m256 best =
-            _mm256_blendv_ps(_mm256_set1_ps(-std::numeric_limits<Lum32f>::infinity()), dist, low);
+            ownSelect8(low, dist, _mm256_set1_ps(-std::numeric_limits<Lum32f>::infinity()));
         __m256 tMin, tMax = _mm256_and_ps(dist, mask);  // lanes outside the mask start at 0
         PacketNearest hits{best, _mm256_setzero_ps(), _mm256_setzero_ps(),
                            ownLoadRow(at(s.tri, row, col))};

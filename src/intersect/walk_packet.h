@@ -218,12 +218,12 @@ inline __m256 ownPacketRcp(__m256 d, OwnNearZero rule, __m256 standIn) {
     const __m256 nearZero = ownLe8(ownAbs8(d), _mm256_set1_ps(kParallelLimit));
     __m256 dr = d;
     if (rule.kind == OwnNearZero::ReplaceDirection)
-        dr = _mm256_blendv_ps(dr, _mm256_set1_ps(rule.value), nearZero);
+        dr = ownSelect8(nearZero, _mm256_set1_ps(rule.value), dr);
     const __m256 exception = _mm256_and_ps(nearZero, standIn);
-    dr = _mm256_blendv_ps(dr, _mm256_set1_ps(838860800.0f), exception);
+    dr = ownSelect8(exception, _mm256_set1_ps(838860800.0f), dr);
     __m256 r0 = _mm256_rcp_ps(dr);
     if (rule.kind == OwnNearZero::ReplaceEstimate)
-        r0 = _mm256_blendv_ps(r0, _mm256_set1_ps(rule.value), _mm256_andnot_ps(exception, nearZero));
+        r0 = ownSelect8(_mm256_andnot_ps(exception, nearZero), _mm256_set1_ps(rule.value), r0);
     return ownRcpNewton8(dr, r0);
 }
 
