@@ -56,10 +56,10 @@ Mesh Sphere(int levels) {
     std::vector<std::array<double, 3>> p = {{-1, g, 0}, {1, g, 0}, {-1, -g, 0}, {1, -g, 0},
                                             {0, -1, g}, {0, 1, g}, {0, -1, -g}, {0, 1, -g},
                                             {g, 0, -1}, {g, 0, 1}, {-g, 0, -1}, {-g, 0, 1}};
-    std::vector<std::array<int, 3>> f = {{0, 11, 5}, {0, 5, 1},  {0, 1, 7},   {0, 7, 10}, {0, 10, 11},
-                                         {1, 5, 9},  {5, 11, 4}, {11, 10, 2}, {10, 7, 6}, {7, 1, 8},
-                                         {3, 9, 4},  {3, 4, 2},  {3, 2, 6},   {3, 6, 8},  {3, 8, 9},
-                                         {4, 9, 5},  {2, 4, 11}, {6, 2, 10},  {8, 6, 7},  {9, 8, 1}};
+    std::vector<std::array<int, 3>> f = {
+        {0, 11, 5},  {0, 5, 1},  {0, 1, 7},  {0, 7, 10}, {0, 10, 11}, {1, 5, 9}, {5, 11, 4},
+        {11, 10, 2}, {10, 7, 6}, {7, 1, 8},  {3, 9, 4},  {3, 4, 2},   {3, 2, 6}, {3, 6, 8},
+        {3, 8, 9},   {4, 9, 5},  {2, 4, 11}, {6, 2, 10}, {8, 6, 7},   {9, 8, 1}};
     auto norm = [](std::array<double, 3> a) {
         const double l = std::sqrt(a[0] * a[0] + a[1] * a[1] + a[2] * a[2]);
         return std::array<double, 3>{a[0] / l, a[1] / l, a[2] / l};
@@ -71,8 +71,8 @@ Mesh Sphere(int levels) {
             auto key = std::make_pair(std::min(a, b), std::max(a, b));
             auto it = mid.find(key);
             if (it != mid.end()) return it->second;
-            p.push_back(norm({(p[a][0] + p[b][0]) / 2, (p[a][1] + p[b][1]) / 2,
-                              (p[a][2] + p[b][2]) / 2}));
+            p.push_back(
+                norm({(p[a][0] + p[b][0]) / 2, (p[a][1] + p[b][1]) / 2, (p[a][2] + p[b][2]) / 2}));
             return mid[key] = int(p.size()) - 1;
         };
         std::vector<std::array<int, 3>> nf;
@@ -123,8 +123,16 @@ struct Rays {
     Buf<Lum32f> ox, oy, oz, dx, dy, dz, dist, u, v;
     Buf<Lum32s> tri;
     explicit Rays(size_t shift)
-        : ox(n(), shift), oy(n(), shift), oz(n(), shift), dx(n(), shift), dy(n(), shift),
-          dz(n(), shift), dist(n(), shift), u(n(), shift), v(n(), shift), tri(n(), shift) {}
+        : ox(n(), shift),
+          oy(n(), shift),
+          oz(n(), shift),
+          dx(n(), shift),
+          dy(n(), shift),
+          dz(n(), shift),
+          dist(n(), shift),
+          u(n(), shift),
+          v(n(), shift),
+          tri(n(), shift) {}
     static size_t n() { return size_t(kW) * kH; }
 };
 
@@ -230,11 +238,12 @@ struct Peer {
         lib = dlopen("libembree3.so.3", RTLD_NOW);
         if (!(lib && get(newDevice, "rtcNewDevice") && get(newScene, "rtcNewScene") &&
               get(setQuality, "rtcSetSceneBuildQuality") && get(newGeometry, "rtcNewGeometry") &&
-              get(newBuffer, "rtcSetNewGeometryBuffer") && get(commitGeometry, "rtcCommitGeometry") &&
-              get(attach, "rtcAttachGeometry") && get(releaseGeometry, "rtcReleaseGeometry") &&
-              get(commitScene, "rtcCommitScene") && get(intersect1, "rtcIntersect1") &&
-              get(occluded1, "rtcOccluded1") && get(intersect8, "rtcIntersect8") &&
-              get(occluded8, "rtcOccluded8") && get(property, "rtcGetDeviceProperty")))
+              get(newBuffer, "rtcSetNewGeometryBuffer") &&
+              get(commitGeometry, "rtcCommitGeometry") && get(attach, "rtcAttachGeometry") &&
+              get(releaseGeometry, "rtcReleaseGeometry") && get(commitScene, "rtcCommitScene") &&
+              get(intersect1, "rtcIntersect1") && get(occluded1, "rtcOccluded1") &&
+              get(intersect8, "rtcIntersect8") && get(occluded8, "rtcOccluded8") &&
+              get(property, "rtcGetDeviceProperty")))
             return false;
         // One build thread: no worker of the peer's stays around beside the
         // timed calls, which run on the caller's threads either way.
@@ -279,10 +288,12 @@ struct Frame {
     LumKDTreeNode* tree = nullptr;
     LumRayScene scene{};
     Lum32f eye[3], light[3];
-    Buf<Lum32f> dir[2][3] = {{Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0)},
-                             {Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1)}};
-    Buf<Lum32f> seg[2][3] = {{Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0)},
-                             {Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1)}};
+    Buf<Lum32f> dir[2][3] = {
+        {Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0)},
+        {Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1)}};
+    Buf<Lum32f> seg[2][3] = {
+        {Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0), Buf<Lum32f>(kFrameN, 0)},
+        {Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1), Buf<Lum32f>(kFrameN, 1)}};
     std::vector<Lum32s> lit;  // the shadow mask: the primary triangle numbers
     double hitFraction = 0, litFraction = 0, layerHits = 0;
 #ifdef HAVE_PEER
@@ -303,7 +314,8 @@ struct Frame {
         Lum32f c[3], e[3];
         for (int a = 0; a < 3; ++a) c[a] = 0.5f * (box[a] + box[3 + a]), e[a] = box[3 + a] - box[a];
         eye[0] = c[0] + 0.1f * e[0], eye[1] = c[1] + 0.2f * e[1], eye[2] = box[5] + 1.5f * e[2];
-        light[0] = c[0] - 0.8f * e[0], light[1] = box[4] + 0.7f * e[1], light[2] = box[5] + 0.6f * e[2];
+        light[0] = c[0] - 0.8f * e[0], light[1] = box[4] + 0.7f * e[1],
+        light[2] = box[5] + 0.6f * e[2];
         // The pixel grid spans 1.1 times the box's x and y extents at its middle depth.
         for (Lum32s y = 0; y < kFrameH; ++y)
             for (Lum32s x = 0; x < kFrameW; ++x) {
@@ -347,17 +359,22 @@ const char* MeshName(int which) { return which == 0 ? "bunny" : "sphere1M"; }
 
 enum Query { kPrimary, kShadow, kLayered };
 enum Impl { kPlain, kPacket, kPeer1, kPeer8 };
-const char* QueryName(int q) { return q == kPrimary ? "primary" : q == kShadow ? "shadow" : "4 layers"; }
+const char* QueryName(int q) {
+    return q == kPrimary ? "primary" : q == kShadow ? "shadow" : "4 layers";
+}
 const char* ImplName(int i) {
-    return i == kPlain ? "lumr plain" : i == kPacket ? "lumr packet" : i == kPeer1 ? "peer 1-ray" : "peer 8-ray";
+    return i == kPlain    ? "lumr plain"
+           : i == kPacket ? "lumr packet"
+           : i == kPeer1  ? "peer 1-ray"
+                          : "peer 8-ray";
 }
 
 // Outputs of one run, sized for the layered query.
 struct Outputs {
-    Buf<Lum32f> dist[2] = {Buf<Lum32f>(kFrameN * kLayers, 0), Buf<Lum32f>(kFrameN * kLayers, 1)};
-    Buf<Lum32f> u[2] = {Buf<Lum32f>(kFrameN * kLayers, 0), Buf<Lum32f>(kFrameN * kLayers, 1)};
-    Buf<Lum32f> v[2] = {Buf<Lum32f>(kFrameN * kLayers, 0), Buf<Lum32f>(kFrameN * kLayers, 1)};
-    Buf<Lum32s> tri[2] = {Buf<Lum32s>(kFrameN * kLayers, 0), Buf<Lum32s>(kFrameN * kLayers, 1)};
+    Buf<Lum32f> dist[2] = {Buf<Lum32f>(kFrameN * kLayers, 0), Buf<Lum32f>(kFrameN* kLayers, 1)};
+    Buf<Lum32f> u[2] = {Buf<Lum32f>(kFrameN * kLayers, 0), Buf<Lum32f>(kFrameN* kLayers, 1)};
+    Buf<Lum32f> v[2] = {Buf<Lum32f>(kFrameN * kLayers, 0), Buf<Lum32f>(kFrameN* kLayers, 1)};
+    Buf<Lum32s> tri[2] = {Buf<Lum32s>(kFrameN * kLayers, 0), Buf<Lum32s>(kFrameN* kLayers, 1)};
     Buf<Lum32s> mask[2] = {Buf<Lum32s>(kFrameN, 0), Buf<Lum32s>(kFrameN, 1)};
 };
 
@@ -376,7 +393,8 @@ void LumrBand(Frame& f, Outputs& out, int query, int b, Lum32s row) {
     } else if (query == kShadow) {
         LumPlanes3 d{f.seg[b][0].p + at, f.seg[b][1].p + at, f.seg[b][2].p + at};
         Lum32s* mask = out.mask[b].p + at;
-        std::copy(f.lit.begin() + std::ptrdiff_t(at), f.lit.begin() + std::ptrdiff_t(at + band), mask);
+        std::copy(f.lit.begin() + std::ptrdiff_t(at), f.lit.begin() + std::ptrdiff_t(at + band),
+                  mask);
         lumrIntersectAnySO_32f(f.light, &d, out.tri[b].p + at, mask, {kFrameW, kBand}, &f.scene);
     } else {
         LumPlanes3 d{f.dir[b][0].p + at, f.dir[b][1].p + at, f.dir[b][2].p + at};
@@ -404,15 +422,15 @@ void PeerBand(Frame& f, Outputs& out, int query, bool eight, Lum32s row) {
                 if (query == kShadow) {
                     out.mask[0].p[i] = f.lit[i];
                     if (f.lit[i] < 0) continue;
-                    RTCRay r{o[0], o[1], o[2], 0.0f, d[0].p[i], d[1].p[i], d[2].p[i], 0.0f,
-                             tfar, ~0u, 0, 0};
+                    RTCRay r{o[0],      o[1], o[2], 0.0f, d[0].p[i], d[1].p[i],
+                             d[2].p[i], 0.0f, tfar, ~0u,  0,         0};
                     peer.occluded1(f.peerScene, &ctx, &r);
                     if (r.tfar < 0) out.mask[0].p[i] = -1;
                     continue;
                 }
                 RTCRayHit rh;
-                rh.ray = {o[0], o[1], o[2], 0.0f, d[0].p[i], d[1].p[i], d[2].p[i], 0.0f,
-                          tfar, ~0u, 0, 0};
+                rh.ray = {o[0],      o[1], o[2], 0.0f, d[0].p[i], d[1].p[i],
+                          d[2].p[i], 0.0f, tfar, ~0u,  0,         0};
                 // Successive hits: the next search starts just past the last.
                 const int layers = query == kLayered ? kLayers : 1;
                 for (int l = 0; l < layers; ++l) {
@@ -420,7 +438,8 @@ void PeerBand(Frame& f, Outputs& out, int query, bool eight, Lum32s row) {
                     peer.intersect1(f.peerScene, &ctx, &rh);
                     const size_t k = size_t(l) * kFrameN + i;
                     out.dist[0].p[k] = rh.ray.tfar;
-                    out.tri[0].p[k] = rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? -1 : Lum32s(rh.hit.primID);
+                    out.tri[0].p[k] =
+                        rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? -1 : Lum32s(rh.hit.primID);
                     if (out.tri[0].p[k] < 0) break;
                     rh.ray.tnear = rh.ray.tfar * 1.000001f + 1e-7f;
                     rh.ray.tfar = 1e30f;
@@ -457,7 +476,8 @@ void PeerBand(Frame& f, Outputs& out, int query, bool eight, Lum32s row) {
                 const size_t i = size_t(y + l / 4) * kFrameW + size_t(x + l % 4);
                 valid[l] = -1;
                 rh.ray.org_x[l] = o[0], rh.ray.org_y[l] = o[1], rh.ray.org_z[l] = o[2];
-                rh.ray.dir_x[l] = d[0].p[i], rh.ray.dir_y[l] = d[1].p[i], rh.ray.dir_z[l] = d[2].p[i];
+                rh.ray.dir_x[l] = d[0].p[i], rh.ray.dir_y[l] = d[1].p[i],
+                rh.ray.dir_z[l] = d[2].p[i];
                 rh.ray.tnear[l] = 0, rh.ray.tfar[l] = tfar, rh.ray.time[l] = 0;
                 rh.ray.mask[l] = ~0u, rh.ray.id[l] = 0, rh.ray.flags[l] = 0;
                 rh.hit.geomID[l] = RTC_INVALID_GEOMETRY_ID;
@@ -466,7 +486,8 @@ void PeerBand(Frame& f, Outputs& out, int query, bool eight, Lum32s row) {
             for (int l = 0; l < 8; ++l) {
                 const size_t i = size_t(y + l / 4) * kFrameW + size_t(x + l % 4);
                 out.dist[0].p[i] = rh.ray.tfar[l];
-                out.tri[0].p[i] = rh.hit.geomID[l] == RTC_INVALID_GEOMETRY_ID ? -1 : Lum32s(rh.hit.primID[l]);
+                out.tri[0].p[i] =
+                    rh.hit.geomID[l] == RTC_INVALID_GEOMETRY_ID ? -1 : Lum32s(rh.hit.primID[l]);
             }
         }
 }
@@ -506,17 +527,20 @@ void BM_Frame(benchmark::State& state) {
     for (size_t i = 0; i < kFrameN; ++i) {
         // The library's layered bands are stacks of their own; count layer 0.
         const size_t band = size_t(kBand) * kFrameW;
-        const size_t k = query == kLayered && impl <= kPacket ? (i / band) * band * kLayers + i % band : i;
+        const size_t k =
+            query == kLayered && impl <= kPacket ? (i / band) * band * kLayers + i % band : i;
         found += t[k] >= 0;
     }
     state.counters["Mrays/s"] =
         benchmark::Counter(double(kFrameN) * 1e-6, benchmark::Counter::kIsIterationInvariantRate);
-    state.counters[query == kShadow ? "litFraction" : "hitFraction"] = double(found) / double(kFrameN);
+    state.counters[query == kShadow ? "litFraction" : "hitFraction"] =
+        double(found) / double(kFrameN);
     state.SetLabel(std::string(MeshName(which)) + " " + QueryName(query) + " " + ImplName(impl) +
                    " " + std::to_string(threads) + "T");
 }
 BENCHMARK(BM_Frame)
-    ->ArgsProduct({{0, 1}, {kPrimary, kShadow, kLayered}, {kPlain, kPacket, kPeer1, kPeer8}, {1, 2}})
+    ->ArgsProduct(
+        {{0, 1}, {kPrimary, kShadow, kLayered}, {kPlain, kPacket, kPeer1, kPeer8}, {1, 2}})
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime()
     ->UseRealTime();
@@ -526,7 +550,9 @@ BENCHMARK(BM_Frame)
 // Collects every run's rate beside the usual console table and, at the end,
 // prints the ratios the figures are read by.  Rays per second of one thread
 // are taken over CPU time (the machine is shared, and a preempted thread
-// does no work); the two-thread speed-up is taken over wall time.
+// does no work); the two-thread speed-up is taken over wall time, and
+// beside it the rays per CPU second of the whole process, which shows what
+// cutting the rays costs when the cores are not free.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     struct Rate {
@@ -556,7 +582,8 @@ void PrintRatios(const RatioReporter& rep) {
     auto line = [](const char* what, double num, double den) {
         if (num > 0 && den > 0) std::printf("  %-58s %6.2f\n", what, num / den);
     };
-    std::printf("\nRatios (Mrays/s over CPU time for one thread; wall time for 2T/1T)\n");
+    std::printf(
+        "\nRatios (Mrays/s over CPU time for one thread; wall and process CPU time for 2T/1T)\n");
     for (int m = 0; m < 2; ++m)
         for (int q = 0; q < 3; ++q) {
             auto label = [&](int impl, int t) {
@@ -576,9 +603,16 @@ void PrintRatios(const RatioReporter& rep) {
                 const std::string what = std::string(ImplName(i)) + ": 2 threads / 1 thread (wall)";
                 line(what.c_str(), rep.rate(label(i, 2), false, double(kFrameN)),
                      rep.rate(label(i, 1), false, double(kFrameN)));
+                // Rays per CPU second of both threads together against one
+                // thread: 1.00 means that cutting the rays costs nothing, so
+                // that two free cores would give twice the rate.
+                const std::string cpu = std::string(ImplName(i)) + ": 2 threads / 1 thread (CPU)";
+                line(cpu.c_str(), rep.rate(label(i, 2), true, double(kFrameN)),
+                     rep.rate(label(i, 1), true, double(kFrameN)));
             }
             for (int i = 0; i < 2; ++i) {
-                const std::string what = std::string("lumr packet / ") + ImplName(2 + i) + ", 2 threads (wall)";
+                const std::string what =
+                    std::string("lumr packet / ") + ImplName(2 + i) + ", 2 threads (wall)";
                 line(what.c_str(), rep.rate(label(kPacket, 2), false, double(kFrameN)),
                      rep.rate(label(2 + i, 2), false, double(kFrameN)));
             }

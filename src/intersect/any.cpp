@@ -238,7 +238,8 @@ struct AnyTiles {
         ownStoreRows(o0, o1, hits.occ);
         Lum32s* m0 = at(s.mask, row, col);
         Lum32s* m1 = at(s.mask, row + 1, col);
-        ownStoreRows(m0, m1, ownSelect8(_mm256_andnot_ps(hits.alive, all), ownIntBits8(-1), ownLoadRows(m0, m1)));
+        ownStoreRows(m0, m1, ownSelect8(_mm256_andnot_ps(hits.alive, all), ownIntBits8(-1),
+                                        ownLoadRows(m0, m1)));
         // The cache follows the pair's second row: one fixed ray of it once
         // none of that row is still alive.
         cached = (_mm256_movemask_ps(hits.alive) & 0xF0) ? -1 : o1[2];

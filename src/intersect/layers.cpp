@@ -212,7 +212,8 @@ struct LayerTiles {
             }
             if (layer + 1 >= s.depth) return;
             for (int a = 0; a < 3; ++a)
-                pk.o[a] = ownSelect8(in, _mm256_add_ps(pk.o[a], _mm256_mul_ps(hits.t, pk.d[a])), pk.o[a]);
+                pk.o[a] = ownSelect8(
+                    in, _mm256_add_ps(pk.o[a], _mm256_mul_ps(hits.t, pk.d[a])), pk.o[a]);
             found[layer & 3] = ownSelect8(in, hits.tri, found[layer & 3]);
             store(s.tri, layer + 1, row, col, two, none, in);
             store(s.dist, layer + 1, row, col, two, _mm256_set1_ps(kFar), in);

@@ -9,10 +9,10 @@
 // output.  They are not derived from any rule: if a deliberate change of
 // behaviour ever moves them, record them again with
 //   LUMR_PRINT_HASHES=1 build/tests/test_intersect --gtest_filter='*Fingerprint*'
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cmath>
 #include <fstream>
 #include <limits>
 #include <map>
@@ -82,11 +82,13 @@ struct Built {
             scene = {box, accel.data(), median.data()};
             return;
         }
-        const LumKDTreeBuildParams p{Lum32u(kind == Tree::List ? lumKDTreeTagList : lumKDTreeTagSAH),
-                                     kind == Tree::List ? 0 : 50, 1.0f, 1024, nullptr};
+        const LumKDTreeBuildParams p{
+            Lum32u(kind == Tree::List ? lumKDTreeTagList : lumKDTreeTagSAH),
+            kind == Tree::List ? 0 : 50, 1.0f, 1024, nullptr};
         Lum32s size = 0;
-        EXPECT_EQ(lumrKDTreeBuildAlloc(&tree, mesh.verts.data(), mesh.tris.data(), nv, n, &size, &p),
-                  lumStatusOk);
+        EXPECT_EQ(
+            lumrKDTreeBuildAlloc(&tree, mesh.verts.data(), mesh.tris.data(), nv, n, &size, &p),
+            lumStatusOk);
         scene = {box, accel.data(), tree};
     }
     ~Built() { lumrKDTreeFree(tree); }
@@ -114,7 +116,8 @@ RaySet MakeRays(const Lum32f box[6], int kind, unsigned seed) {
     Lum32f c[3], e[3];
     for (int a = 0; a < 3; ++a) c[a] = 0.5f * (box[a] + box[3 + a]), e[a] = box[3 + a] - box[a];
     if (kind == 0) {
-        r.eye[0] = c[0] + 0.1f * e[0], r.eye[1] = c[1] - 0.05f * e[1], r.eye[2] = box[2] - 1.5f * e[2];
+        r.eye[0] = c[0] + 0.1f * e[0], r.eye[1] = c[1] - 0.05f * e[1],
+        r.eye[2] = box[2] - 1.5f * e[2];
     } else {
         for (int a = 0; a < 3; ++a) r.eye[a] = c[a] + 0.1f * e[a] * uni(rng);
     }
@@ -125,7 +128,8 @@ RaySet MakeRays(const Lum32f box[6], int kind, unsigned seed) {
             const size_t i = size_t(y) * kW + x;
             for (int a = 0; a < 3; ++a) r.o[a][i] = r.eye[a];
             if (kind == 0) {
-                const Lum32f tx = box[0] + e[0] * (x + 0.5f) / kW, ty = box[1] + e[1] * (y + 0.5f) / kH;
+                const Lum32f tx = box[0] + e[0] * (x + 0.5f) / kW,
+                             ty = box[1] + e[1] * (y + 0.5f) / kH;
                 r.d[0][i] = x == 9 ? 0.0f : tx - r.eye[0];
                 r.d[1][i] = y == 16 ? 0.0f : ty - r.eye[1];
                 r.d[2][i] = c[2] - r.eye[2];
@@ -310,8 +314,11 @@ TEST(IntersectRegression, FingerprintsOfAllOutputs) {
             EXPECT_GT(n.layered, kN / 4) << c.name;
             EXPECT_GT(n.blocked, kN / 8) << c.name;
             for (int f = 0; f < 4; ++f) {
-                const std::string key = std::string(c.name) + "/" + fn[f] + (packet ? "/packet" : "/plain");
-                if (print) std::printf("    {\"%s\", 0x%016llxull},\n", key.c_str(), (unsigned long long)fp[f].h);
+                const std::string key =
+                    std::string(c.name) + "/" + fn[f] + (packet ? "/packet" : "/plain");
+                if (print)
+                    std::printf("    {\"%s\", 0x%016llxull},\n", key.c_str(),
+                                (unsigned long long)fp[f].h);
                 const auto it = kRecorded.find(key);
                 if (it == kRecorded.end()) {
                     ADD_FAILURE() << "no recorded fingerprint for " << key;
