@@ -180,7 +180,10 @@ BENCHMARK(BM_IntersectMO)->ArgsProduct({{1, 0}, {0, 1}})->Unit(benchmark::kMilli
 // little towards the eye, are the ends of segments from a point light, and
 // rays that missed start dark, as a renderer's hit stream serves as the
 // shadow mask.  The caller cuts the grid into bands of 16 rows that the
-// threads take in turn, one call per band, as a renderer would.
+// threads take in turn, one call per band, as a renderer would.  On a
+// machine whose cores are busy with other work, run with
+// OMP_WAIT_POLICY=passive: a thread that waits for the other at the end of
+// a frame then sleeps instead of spinning on the CPU time the ratios count.
 
 constexpr Lum32s kFrameW = 512, kFrameH = 512, kBand = 16, kLayers = 4;
 constexpr size_t kFrameN = size_t(kFrameW) * kFrameH;
