@@ -587,6 +587,11 @@ void PrintRatios(const RatioReporter& rep) {
     };
     std::printf(
         "\nRatios (Mrays/s over CPU time for one thread; wall and process CPU time for 2T/1T)\n");
+#ifdef HAVE_PEER
+    if (const Peer* peer = LoadedPeer())
+        std::printf("peer: BVH built at high quality (spatial splits); eight-ray calls %s\n",
+                    peer->packets ? "native" : "emulated by the peer");
+#endif
     for (int m = 0; m < 2; ++m)
         for (int q = 0; q < 3; ++q) {
             auto label = [&](int impl, int t) {
