@@ -275,6 +275,22 @@ const std::map<std::string, uint64_t> kRecorded = {
     {"sphere-sah/eye/packet", 0xc182b2bf1c07a5daull},
     {"sphere-sah/layers/packet", 0x54b41dca723e77a7ull},
     {"sphere-sah/any/packet", 0xeb3fd35be8b016baull},
+    {"twins-list/MO/plain", 0x47a0875f29e4e1ebull},
+    {"twins-list/eye/plain", 0xe3e5477c1ed385b9ull},
+    {"twins-list/layers/plain", 0x4f90570a79f5985aull},
+    {"twins-list/any/plain", 0x7b66ad95052a6ed7ull},
+    {"twins-list/MO/packet", 0xa288e784767b93d5ull},
+    {"twins-list/eye/packet", 0x631822c5e848a39full},
+    {"twins-list/layers/packet", 0x3a24e637584041fdull},
+    {"twins-list/any/packet", 0xe829094e44995bdfull},
+    {"twins-sah/MO/plain", 0x47a0875f29e4e1ebull},
+    {"twins-sah/eye/plain", 0x35341ab61d2f6153ull},
+    {"twins-sah/layers/plain", 0xff522100257883d4ull},
+    {"twins-sah/any/plain", 0x6316d89c59529c39ull},
+    {"twins-sah/MO/packet", 0x9fb0a64fde267357ull},
+    {"twins-sah/eye/packet", 0xccfe62bdd7c0a549ull},
+    {"twins-sah/layers/packet", 0xa4b3884bc7479387ull},
+    {"twins-sah/any/packet", 0xc0f1cc2a60bd78c1ull},
     {"bunny-sah/MO/plain", 0x4cde09c2a0c8cdb6ull},
     {"bunny-sah/eye/plain", 0x29611c6d5631c944ull},
     {"bunny-sah/layers/plain", 0x3d44cdcc5059ae69ull},
@@ -297,6 +313,13 @@ TEST(IntersectRegression, FingerprintsOfAllOutputs) {
     cases.push_back({"soup-median", refRandomMesh(5, 300, 0.35), Tree::Median, 10});
     cases.push_back({"flats-sah", FromSah(sahSoup(600, 3)), Tree::SAH, 4});
     cases.push_back({"sphere-sah", FromSah(sahBumpySphere(32, 32)), Tree::SAH, 4});
+    // Every triangle twice: exact ties between two triangle numbers decide
+    // which one a hit reports.
+    RefMesh twins = refRandomMesh(7, 150, 0.35);
+    const size_t once = twins.tris.size();
+    for (size_t k = 0; k < once; ++k) twins.tris.push_back(twins.tris[k]);
+    cases.push_back({"twins-list", twins, Tree::List, 4});
+    cases.push_back({"twins-sah", twins, Tree::SAH, 4});
     cases.push_back({"bunny-sah", Bunny(), Tree::SAH, 4});
     ASSERT_EQ(cases.back().mesh.triangleCount(), 3674) << "data/bunny.txt not read";
     const char* fn[4] = {"MO", "eye", "layers", "any"};
@@ -329,7 +352,7 @@ TEST(IntersectRegression, FingerprintsOfAllOutputs) {
             }
         }
     }
-    EXPECT_EQ(checked, 40);
+    EXPECT_EQ(checked, 56);
 }
 
 }  // namespace
