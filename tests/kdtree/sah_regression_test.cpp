@@ -30,113 +30,107 @@ namespace {
 // Tight clusters of small triangles far apart in a large box, so that
 // empty-space cuts and cuts between clusters both occur.
 SahMesh clusteredMesh(int clusters, int perCluster, uint32_t seed) {
-  SahMesh m;
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<float> u(0.f, 1.f);
-  for (int c = 0; c < clusters; ++c) {
-    const float cx = 10 * u(rng), cy = 10 * u(rng), cz = 3 * u(rng);
-    const float r = 0.05f + 0.4f * u(rng);
-    for (int k = 0; k < perCluster; ++k) {
-      const float px = cx + r * (u(rng) - 0.5f), py = cy + r * (u(rng) - 0.5f),
-                  pz = cz + r * (u(rng) - 0.5f);
-      const float s = 0.02f * r;
-      const Lum32s a = m.vert(px, py, pz);
-      const Lum32s b =
-          m.vert(px + s * u(rng), py + s * u(rng), pz - s * u(rng));
-      const Lum32s d =
-          m.vert(px - s * u(rng), py + s * u(rng), pz + s * u(rng));
-      m.tri(a, b, d);
+    SahMesh m;
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> u(0.f, 1.f);
+    for (int c = 0; c < clusters; ++c) {
+        const float cx = 10 * u(rng), cy = 10 * u(rng), cz = 3 * u(rng);
+        const float r = 0.05f + 0.4f * u(rng);
+        for (int k = 0; k < perCluster; ++k) {
+            const float px = cx + r * (u(rng) - 0.5f), py = cy + r * (u(rng) - 0.5f),
+                        pz = cz + r * (u(rng) - 0.5f);
+            const float s = 0.02f * r;
+            const Lum32s a = m.vert(px, py, pz);
+            const Lum32s b = m.vert(px + s * u(rng), py + s * u(rng), pz - s * u(rng));
+            const Lum32s d = m.vert(px - s * u(rng), py + s * u(rng), pz + s * u(rng));
+            m.tri(a, b, d);
+        }
     }
-  }
-  return m;
+    return m;
 }
 
 // Corners on a coarse lattice through the origin, with both signed zeros:
 // many equal bounds, flat triangles on every axis, and -0 beside +0 in the
 // sorted lists.
 SahMesh latticeMesh(int count, uint32_t seed) {
-  SahMesh m;
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> g(-8, 8);
-  auto coord = [&](int k) {
-    const int q = g(rng);
-    if (q == 0)
-      return (k & 1) ? -0.0f : 0.0f;
-    return float(q) / 8.0f;
-  };
-  for (int t = 0; t < count; ++t) {
-    Lum32s idx[3];
-    const int flatAxis = t % 5 < 3 ? t % 5 : -1;
-    const float flatAt = coord(t);
-    for (int c = 0; c < 3; ++c) {
-      float p[3] = {coord(t + c), coord(t + 2 * c), coord(t + 3 * c)};
-      if (flatAxis >= 0)
-        p[flatAxis] = flatAt;
-      idx[c] = m.vert(p[0], p[1], p[2]);
+    SahMesh m;
+    std::mt19937 rng(seed);
+    std::uniform_int_distribution<int> g(-8, 8);
+    auto coord = [&](int k) {
+        const int q = g(rng);
+        if (q == 0) return (k & 1) ? -0.0f : 0.0f;
+        return float(q) / 8.0f;
+    };
+    for (int t = 0; t < count; ++t) {
+        Lum32s idx[3];
+        const int flatAxis = t % 5 < 3 ? t % 5 : -1;
+        const float flatAt = coord(t);
+        for (int c = 0; c < 3; ++c) {
+            float p[3] = {coord(t + c), coord(t + 2 * c), coord(t + 3 * c)};
+            if (flatAxis >= 0) p[flatAxis] = flatAt;
+            idx[c] = m.vert(p[0], p[1], p[2]);
+        }
+        m.tri(idx[0], idx[1], idx[2]);
     }
-    m.tri(idx[0], idx[1], idx[2]);
-  }
-  return m;
+    return m;
 }
 
 SahMesh bunnyMesh() {
-  std::string path = __FILE__;
-  path = path.substr(0, path.find_last_of('/')) + "/../../data/bunny.txt";
-  std::ifstream in(path);
-  SahMesh m;
-  std::string comment;
-  std::getline(in, comment);
-  int nv = 0, nt = 0;
-  in >> nv >> nt;
-  for (int i = 0; i < nv; ++i) {
-    float x, y, z;
-    in >> x >> y >> z;
-    m.vert(x, y, z);
-  }
-  for (int i = 0; i < nt; ++i) {
-    Lum32s a, b, c;
-    in >> a >> b >> c;
-    m.tri(a, b, c);
-  }
-  return m;
+    std::string path = __FILE__;
+    path = path.substr(0, path.find_last_of('/')) + "/../../data/bunny.txt";
+    std::ifstream in(path);
+    SahMesh m;
+    std::string comment;
+    std::getline(in, comment);
+    int nv = 0, nt = 0;
+    in >> nv >> nt;
+    for (int i = 0; i < nv; ++i) {
+        float x, y, z;
+        in >> x >> y >> z;
+        m.vert(x, y, z);
+    }
+    for (int i = 0; i < nt; ++i) {
+        Lum32s a, b, c;
+        in >> a >> b >> c;
+        m.tri(a, b, c);
+    }
+    return m;
 }
 
 uint64_t fnv1a(uint64_t h, const void *data, size_t bytes) {
-  const unsigned char *p = static_cast<const unsigned char *>(data);
-  for (size_t i = 0; i < bytes; ++i) {
-    h ^= p[i];
-    h *= 0x100000001B3ull;
-  }
-  return h;
+    const unsigned char *p = static_cast<const unsigned char *>(data);
+    for (size_t i = 0; i < bytes; ++i) {
+        h ^= p[i];
+        h *= 0x100000001B3ull;
+    }
+    return h;
 }
 
 // Status, size and block words of one build, hashed.
-uint64_t buildHash(const SahMesh &m, float quality, Lum32s maxDepth,
-                   const float *clip, Lum32u limit) {
-  LumKDTreeNode *tree = nullptr;
-  Lum32s size = -1;
-  const LumStatus st =
-      ownKDTreeBuildSAH(m.v.data(), m.t.data(), m.nv(), m.nt(), &tree, &size,
-                        quality, maxDepth, limit, clip);
-  uint64_t h = 0xCBF29CE484222325ull;
-  h = fnv1a(h, &st, sizeof(st));
-  if (st != lumStatusOk)
+uint64_t buildHash(const SahMesh &m, float quality, Lum32s maxDepth, const float *clip,
+                   Lum32u limit) {
+    LumKDTreeNode *tree = nullptr;
+    Lum32s size = -1;
+    const LumStatus st = ownKDTreeBuildSAH(m.v.data(), m.t.data(), m.nv(), m.nt(), &tree, &size,
+                                           quality, maxDepth, limit, clip);
+    uint64_t h = 0xCBF29CE484222325ull;
+    h = fnv1a(h, &st, sizeof(st));
+    if (st != lumStatusOk) return h;
+    h = fnv1a(h, &size, sizeof(size));
+    h = fnv1a(h, tree, size_t(size));
+    if (!clip) {
+        EXPECT_TRUE(lumrTreeIsValid(tree, size, m.nt(), maxDepth, {}));
+    }
+    lumFree(tree);
     return h;
-  h = fnv1a(h, &size, sizeof(size));
-  h = fnv1a(h, tree, size_t(size));
-  if (!clip) {
-    EXPECT_TRUE(lumrTreeIsValid(tree, size, m.nt(), maxDepth, {}));
-  }
-  lumFree(tree);
-  return h;
 }
 
 struct Case {
-  const char *mesh;
-  bool clip;
-  float quality;
-  Lum32s depth;
-  uint64_t expected;
+    const char *mesh;
+    bool clip;
+    float quality;
+    Lum32s depth;
+    uint64_t expected;
 };
 
 // Recorded from the build before it was made faster (see the top of file).
@@ -204,110 +198,98 @@ const Case kCases[] = {
 };
 
 const SahMesh &meshByName(const std::string &name) {
-  static const SahMesh soup = sahSoup(3000, 77);
-  static const SahMesh sphere = sahBumpySphere(48, 64);
-  static const SahMesh clustered = clusteredMesh(12, 300, 5);
-  static const SahMesh lattice = latticeMesh(2500, 9);
-  static const SahMesh bunny = bunnyMesh();
-  if (name == "soup")
-    return soup;
-  if (name == "sphere")
-    return sphere;
-  if (name == "clustered")
-    return clustered;
-  if (name == "lattice")
-    return lattice;
-  return bunny;
+    static const SahMesh soup = sahSoup(3000, 77);
+    static const SahMesh sphere = sahBumpySphere(48, 64);
+    static const SahMesh clustered = clusteredMesh(12, 300, 5);
+    static const SahMesh lattice = latticeMesh(2500, 9);
+    static const SahMesh bunny = bunnyMesh();
+    if (name == "soup") return soup;
+    if (name == "sphere") return sphere;
+    if (name == "clustered") return clustered;
+    if (name == "lattice") return lattice;
+    return bunny;
 }
 
 const float *clipFor(const std::string &name) {
-  static const float unit[6] = {0.2f, 0.15f, 0.3f, 0.8f, 0.75f, 0.9f};
-  static const float round[6] = {-0.7f, -1.3f, -0.5f, 0.9f, 0.6f, 1.3f};
-  static const float wide[6] = {1.0f, 2.0f, 0.5f, 8.0f, 9.0f, 2.5f};
-  static const float lattice[6] = {-0.5f, -0.0f, -1.0f, 0.75f, 1.0f, 0.0f};
-  static const float bunny[6] = {-2.0f, 1.0f, -1.0f, 3.0f, 6.0f, 2.5f};
-  if (name == "soup")
-    return unit;
-  if (name == "sphere")
-    return round;
-  if (name == "clustered")
-    return wide;
-  if (name == "lattice")
-    return lattice;
-  return bunny;
+    static const float unit[6] = {0.2f, 0.15f, 0.3f, 0.8f, 0.75f, 0.9f};
+    static const float round[6] = {-0.7f, -1.3f, -0.5f, 0.9f, 0.6f, 1.3f};
+    static const float wide[6] = {1.0f, 2.0f, 0.5f, 8.0f, 9.0f, 2.5f};
+    static const float lattice[6] = {-0.5f, -0.0f, -1.0f, 0.75f, 1.0f, 0.0f};
+    static const float bunny[6] = {-2.0f, 1.0f, -1.0f, 3.0f, 6.0f, 2.5f};
+    if (name == "soup") return unit;
+    if (name == "sphere") return round;
+    if (name == "clustered") return wide;
+    if (name == "lattice") return lattice;
+    return bunny;
 }
 
 TEST(SahRegression, BlocksStayBitIdentical) {
-  ASSERT_EQ(meshByName("bunny").nt(), 3674); // the data file was found
-  const int levels = omp_get_max_active_levels();
-  for (int forks : {1, 0}) {
-    // Sections allowed to fork, then every fork refused: the same bits.
-    omp_set_max_active_levels(forks ? levels : 0);
-    for (const Case &c : kCases) {
-      const SahMesh &m = meshByName(c.mesh);
-      const uint64_t h =
-          buildHash(m, c.quality, c.depth, c.clip ? clipFor(c.mesh) : nullptr,
-                    256u << 20);
-      EXPECT_EQ(h, c.expected)
-          << c.mesh << (c.clip ? " clipped" : "") << " quality " << c.quality
-          << " depth " << c.depth;
+    ASSERT_EQ(meshByName("bunny").nt(), 3674);  // the data file was found
+    const int levels = omp_get_max_active_levels();
+    for (int forks : {1, 0}) {
+        // Sections allowed to fork, then every fork refused: the same bits.
+        omp_set_max_active_levels(forks ? levels : 0);
+        for (const Case &c : kCases) {
+            const SahMesh &m = meshByName(c.mesh);
+            const uint64_t h =
+                buildHash(m, c.quality, c.depth, c.clip ? clipFor(c.mesh) : nullptr, 256u << 20);
+            EXPECT_EQ(h, c.expected) << c.mesh << (c.clip ? " clipped" : "") << " quality "
+                                     << c.quality << " depth " << c.depth;
+        }
     }
-  }
-  omp_set_max_active_levels(levels);
+    omp_set_max_active_levels(levels);
 }
 
 // Statuses other than success, reached through the memory limit and through
 // coordinates that the comparisons cannot order.
 TEST(SahRegression, StatusesStayTheSame) {
-  const SahMesh &sphere = meshByName("sphere");
-  // Room for the context, the arrays, the arenas and exactly the three
-  // blocks this tree needs (polygons, node pairs, leaf lists) gives the
-  // same tree; one byte less runs the pool dry.
-  const Lum32u fixed = 400u + 48u * Lum32u(sphere.nt()) + 2 * 0x1000000u;
-  EXPECT_EQ(buildHash(sphere, 0.5f, 50, nullptr, fixed + 3 * 0x1000028u),
-            buildHash(sphere, 0.5f, 50, nullptr, 256u << 20));
-  LumKDTreeNode *tree = nullptr;
-  Lum32s size = 0;
-  EXPECT_EQ(ownKDTreeBuildSAH(sphere.v.data(), sphere.t.data(), sphere.nv(),
-                              sphere.nt(), &tree, &size, 0.5f, 50,
-                              fixed + 3 * 0x1000028u - 1, nullptr),
-            lumStatusPoolExhausted);
+    const SahMesh &sphere = meshByName("sphere");
+    // Room for the context, the arrays, the arenas and exactly the three
+    // blocks this tree needs (polygons, node pairs, leaf lists) gives the
+    // same tree; one byte less runs the pool dry.
+    const Lum32u fixed = 400u + 48u * Lum32u(sphere.nt()) + 2 * 0x1000000u;
+    EXPECT_EQ(buildHash(sphere, 0.5f, 50, nullptr, fixed + 3 * 0x1000028u),
+              buildHash(sphere, 0.5f, 50, nullptr, 256u << 20));
+    LumKDTreeNode *tree = nullptr;
+    Lum32s size = 0;
+    EXPECT_EQ(ownKDTreeBuildSAH(sphere.v.data(), sphere.t.data(), sphere.nv(), sphere.nt(), &tree,
+                                &size, 0.5f, 50, fixed + 3 * 0x1000028u - 1, nullptr),
+              lumStatusPoolExhausted);
 
-  // A NaN corner, once (the counts disagree) and in many triangles, and
-  // infinite corners.
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const float inf = std::numeric_limits<float>::infinity();
-  const struct {
-    float x, y, z;
-    int corner; // where the odd vertex stands in its triangles
-    int copies;
-    float quality;
-    uint64_t expected;
-  } odd[] = {
-      {nan, nan, nan, 0, 1, 0.0f, 0x7053767088d9a6c0ull},
-      {nan, nan, nan, 1, 1, 1.0f, 0x7099eaa50782cc4aull},
-      {nan, 0.5f, 0.5f, 0, 40, 0.5f, 0x7053767088d9a6c0ull},
-      {nan, 0.5f, 0.5f, 2, 40, 0.5f, 0x7053767088d9a6c0ull},
-      {0.5f, nan, 0.5f, 1, 3, 0.0f, 0x84433b012bc4ab3eull},
-      {0.5f, 0.5f, nan, 2, 3, 1.0f, 0x334edb261c740963ull},
-      {inf, 0.5f, 0.5f, 0, 3, 0.5f, 0x17c1447a36090057ull},
-      {-inf, -inf, 0.5f, 1, 3, 1.0f, 0x17c1447a36090057ull},
-      {0.5f, 0.5f, -inf, 2, 1, 0.0f, 0x5fd25bd46899f602ull},
-  };
-  for (const auto &o : odd) {
-    SahMesh m = sahSoup(1500, 31);
-    for (int k = 0; k < o.copies; ++k) {
-      Lum32s v[3];
-      v[o.corner] = m.vert(o.x, o.y, o.z);
-      v[(o.corner + 1) % 3] = m.vert(0.5f + 0.01f * float(k), 0.5f, 0.5f);
-      v[(o.corner + 2) % 3] = m.vert(0.6f, 0.55f + 0.01f * float(k), 0.4f);
-      m.tri(v[0], v[1], v[2]);
+    // A NaN corner, once (the counts disagree) and in many triangles, and
+    // infinite corners.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    const struct {
+        float x, y, z;
+        int corner;  // where the odd vertex stands in its triangles
+        int copies;
+        float quality;
+        uint64_t expected;
+    } odd[] = {
+        {nan, nan, nan, 0, 1, 0.0f, 0x7053767088d9a6c0ull},
+        {nan, nan, nan, 1, 1, 1.0f, 0x7099eaa50782cc4aull},
+        {nan, 0.5f, 0.5f, 0, 40, 0.5f, 0x7053767088d9a6c0ull},
+        {nan, 0.5f, 0.5f, 2, 40, 0.5f, 0x7053767088d9a6c0ull},
+        {0.5f, nan, 0.5f, 1, 3, 0.0f, 0x84433b012bc4ab3eull},
+        {0.5f, 0.5f, nan, 2, 3, 1.0f, 0x334edb261c740963ull},
+        {inf, 0.5f, 0.5f, 0, 3, 0.5f, 0x17c1447a36090057ull},
+        {-inf, -inf, 0.5f, 1, 3, 1.0f, 0x17c1447a36090057ull},
+        {0.5f, 0.5f, -inf, 2, 1, 0.0f, 0x5fd25bd46899f602ull},
+    };
+    for (const auto &o : odd) {
+        SahMesh m = sahSoup(1500, 31);
+        for (int k = 0; k < o.copies; ++k) {
+            Lum32s v[3];
+            v[o.corner] = m.vert(o.x, o.y, o.z);
+            v[(o.corner + 1) % 3] = m.vert(0.5f + 0.01f * float(k), 0.5f, 0.5f);
+            v[(o.corner + 2) % 3] = m.vert(0.6f, 0.55f + 0.01f * float(k), 0.4f);
+            m.tri(v[0], v[1], v[2]);
+        }
+        const uint64_t h = buildHash(m, o.quality, 50, nullptr, 256u << 20);
+        EXPECT_EQ(h, o.expected) << o.x << " " << o.y << " " << o.z << " at corner " << o.corner
+                                 << " x" << o.copies << " quality " << o.quality;
     }
-    const uint64_t h = buildHash(m, o.quality, 50, nullptr, 256u << 20);
-    EXPECT_EQ(h, o.expected)
-        << o.x << " " << o.y << " " << o.z << " at corner " << o.corner << " x"
-        << o.copies << " quality " << o.quality;
-  }
 }
 
-} // namespace
+}  // namespace
