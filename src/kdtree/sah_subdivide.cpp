@@ -32,31 +32,52 @@ inline AxisArrays localArrays(Lum32f* const* work, int set) {
 }
 
 // Gathers, sorts and sweeps one axis into its record.  extentA and extentB
-// are the box's other two extents.
+// are the box's other two extents.  The gathering also learns each list's
+// key range, which tells the sort how many passes it needs and whether the
+// quick sweep applies.
 void localSearchAxis(LumSplitResult* rec, const LumSAHItem* items, Lum32s count, const Lum32f* box,
                      int axis, Lum32f extentA, Lum32f extentB, const AxisArrays& w) {
     Lum32s n = 0, m = 0;
+    LumBoundsRange rs, re, rp;
+    Lum32u* const starts = reinterpret_cast<Lum32u*>(w.starts);
+    Lum32u* const ends = reinterpret_cast<Lum32u*>(w.ends);
+    Lum32u* const planars = reinterpret_cast<Lum32u*>(w.planars);
     for (Lum32s i = 0; i < count; ++i) {
         const Lum32f lo = ownItemLo(items[i], axis), hi = ownItemHi(items[i], axis);
+        Lum32u loBits, hiBits;
+        std::memcpy(&loBits, &lo, 4);
+        std::memcpy(&hiBits, &hi, 4);
         if (lo != hi) {
-            w.starts[n] = lo;
-            w.ends[n++] = hi;
+            starts[n] = loBits;
+            ends[n++] = hiBits;
+            rs.add(loBits);
+            re.add(hiBits);
         } else {
-            w.planars[m++] = lo;
+            planars[m++] = loBits;
+            rp.add(loBits);
         }
     }
-    ownSortBounds_32f(w.starts, w.scratch, n);
-    ownSortBounds_32f(w.ends, w.scratch, n);
-    ownSortAscendExact_32f(w.planars, m);  // the comparison sort at any count
+    // Each sort leaves its result in its own array or in a free one; the
+    // next sort takes what is still free as scratch.
+    Lum32f* const sortedStarts = ownSortBoundsRanged_32f(w.starts, w.scratch, n, rs, kSAHRadixGate);
+    Lum32f* free1 = sortedStarts == w.starts ? w.scratch : w.starts;
+    Lum32f* const sortedEnds = ownSortBoundsRanged_32f(w.ends, free1, n, re, kSAHRadixGate);
+    Lum32f* const free2 = sortedEnds == w.ends ? free1 : w.ends;
+    // The planars take the comparison sort's arrangement at any count.
+    Lum32f* const sortedPlanars = ownSortBoundsRanged_32f(w.planars, free2, m, rp, count);
     const Lum32f boxMin = box[axis], boxMax = box[axis + 3];
     if (m == 0) {
-        ownSweepSplit(w.starts, w.ends, n, boxMin, boxMax, extentA, extentB, &rec->cost,
-                      &rec->splitPos, &rec->leftCount, &rec->rightCount);
+        if (rs.odd | re.odd)
+            ownSweepSplit(sortedStarts, sortedEnds, n, boxMin, boxMax, extentA, extentB,
+                          &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount);
+        else
+            ownSweepSplitClean(sortedStarts, sortedEnds, n, boxMin, boxMax, extentA, extentB,
+                               &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount);
         rec->planarSide = 1;
     } else {
-        ownSweepSplitPlanar(w.starts, w.ends, w.planars, n, m, boxMin, boxMax, extentA, extentB,
-                            &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount,
-                            &rec->planarSide);
+        ownSweepSplitPlanar(sortedStarts, sortedEnds, sortedPlanars, n, m, boxMin, boxMax,
+                            extentA, extentB, &rec->cost, &rec->splitPos, &rec->leftCount,
+                            &rec->rightCount, &rec->planarSide);
     }
     rec->axis = axis;
 }

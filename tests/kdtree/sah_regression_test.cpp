@@ -21,8 +21,10 @@
 #include <string>
 #include <vector>
 
+#include "frame/own.h"
 #include "kdtree/sah.h"
 #include "kdtree/sah_mesh.h"
+#include "kdtree/split_search.h"
 #include "ref/tree_validator.h"
 
 namespace {
@@ -290,6 +292,93 @@ TEST(SahRegression, StatusesStayTheSame) {
         EXPECT_EQ(h, o.expected) << o.x << " " << o.y << " " << o.z << " at corner " << o.corner
                                  << " x" << o.copies << " quality " << o.quality;
     }
+}
+
+// Bounds as a node gathers them: repeated values (shared corners), and on
+// request infinities, signed zeros or NaN.
+std::vector<float> gatheredBounds(std::mt19937 &rng, int n, int kind) {
+    std::uniform_real_distribution<float> u(-3.f, 3.f);
+    std::vector<float> v(static_cast<size_t>(n));
+    const float inf = std::numeric_limits<float>::infinity();
+    for (float &x : v) {
+        x = (rng() % 3 == 0) ? std::round(4 * u(rng)) / 4 : u(rng);
+        const unsigned r = rng() % 16;
+        if (kind == 1 && r == 0) x = (rng() % 2) ? inf : -inf;
+        if (kind == 2 && r == 0) x = (rng() % 2) ? 0.0f : -0.0f;
+        if (kind == 3 && r == 0) x = std::numeric_limits<float>::quiet_NaN();
+    }
+    return v;
+}
+
+LumBoundsRange rangeOf(const std::vector<float> &v) {
+    LumBoundsRange r;
+    for (float x : v) {
+        Lum32u b;
+        std::memcpy(&b, &x, 4);
+        r.add(b);
+    }
+    return r;
+}
+
+// The ranged sort leaves, wherever it says, what the search's plain sorts
+// leave in place: the radix sort above the gate, the comparison sort at or
+// below it (at any count for flat items).
+TEST(SahRegression, RangedSortMatchesThePlainSorts) {
+    std::mt19937 rng(17);
+    for (int n : {0, 1, 2, 15, 16, 17, 63, 64, 65, 200, 320, 321, 500, 767, 768, 769, 3000}) {
+        for (int kind = 0; kind < 4; ++kind) {
+            for (bool flat : {false, true}) {
+                const std::vector<float> in = gatheredBounds(rng, n, kind);
+                std::vector<float> want = in, scratch(in.size() + 1);
+                if (flat)
+                    ownSortAscendExact_32f(want.data(), n);
+                else
+                    ownSortBounds_32f(want.data(), scratch.data(), n);
+                std::vector<float> got = in, scratch2(in.size() + 1);
+                const Lum32f *out = ownSortBoundsRanged_32f(got.data(), scratch2.data(), n,
+                                                            rangeOf(in), flat ? n : kSAHRadixGate);
+                ASSERT_TRUE(out == got.data() || out == scratch2.data());
+                EXPECT_EQ(0, std::memcmp(out, want.data(), size_t(n) * 4))
+                    << "n " << n << " kind " << kind << " flat " << flat;
+            }
+        }
+    }
+}
+
+// The quick sweep gives the general sweep's cut, bit for bit, on bounds
+// without NaN or -0: repeated values, starts equal to other items' ends,
+// infinities, empty-space cuts and thin boxes included.
+TEST(SahRegression, QuickSweepMatchesTheGeneralSweep) {
+    std::mt19937 rng(23);
+    int emptyCuts = 0, interior = 0;
+    for (int round = 0; round < 3000; ++round) {
+        const int n = 1 + int(rng() % 200);
+        const int kind = round % 5 == 0 ? 1 : 0;
+        std::vector<float> a = gatheredBounds(rng, n, kind), b = gatheredBounds(rng, n, kind);
+        std::vector<float> lo(a.size()), hi(a.size());
+        for (size_t i = 0; i < a.size(); ++i) {
+            if (a[i] == b[i]) b[i] = std::nextafter(a[i], 10.f);
+            lo[i] = std::min(a[i], b[i]);
+            hi[i] = std::max(a[i], b[i]);
+        }
+        std::sort(lo.begin(), lo.end());
+        std::sort(hi.begin(), hi.end());
+        const float bmin = (round % 3 == 0) ? -6.f : std::min(lo[0], -3.f);
+        const float bmax = (round % 4 == 0) ? 9.f : std::max(hi[size_t(n) - 1], 3.f);
+        const float ea = float(rng() % 4) * 0.5f, eb = float(rng() % 3) + 0.25f * float(round % 2);
+        Lum64f c0 = 0, c1 = 0;
+        Lum32f p0 = 0, p1 = 0;
+        Lum32s l0 = -1, r0 = -1, l1 = -2, r1 = -2;
+        ownSweepSplit(lo.data(), hi.data(), n, bmin, bmax, ea, eb, &c0, &p0, &l0, &r0);
+        ownSweepSplitClean(lo.data(), hi.data(), n, bmin, bmax, ea, eb, &c1, &p1, &l1, &r1);
+        ASSERT_EQ(0, std::memcmp(&c0, &c1, sizeof(c0))) << "round " << round;
+        ASSERT_EQ(0, std::memcmp(&p0, &p1, sizeof(p0))) << "round " << round;
+        ASSERT_EQ(l0, l1) << "round " << round;
+        ASSERT_EQ(r0, r1) << "round " << round;
+        (l0 == 0 || r0 == 0) ? ++emptyCuts : ++interior;
+    }
+    EXPECT_GT(emptyCuts, 100);
+    EXPECT_GT(interior, 1000);
 }
 
 }  // namespace
