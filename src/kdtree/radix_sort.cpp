@@ -302,5 +302,9 @@ Lum32f* ownSortBoundsRanged_32f(Lum32f* data, Lum32f* scratch, Lum32s count,
     const int bits = 32 - __builtin_clz(span);
     if (bits <= 11) return localRadixRanged<11, 1>(data, scratch, count, range.keyMin, span);
     if (bits <= 22) return localRadixRanged<11, 2>(data, scratch, count, range.keyMin, span);
-    return localRadixRanged<11, 3>(data, scratch, count, range.keyMin, span);
+    // Two wider passes still beat three: 8192 counters fit the first-level
+    // cache.
+    if (bits <= 26) return localRadixRanged<13, 2>(data, scratch, count, range.keyMin, span);
+    ownSortRadix_32f(data, scratch, count);
+    return data;
 }
