@@ -31,12 +31,25 @@ inline AxisArrays localArrays(Lum32f* const* work, int set) {
     return {work[4 * set], work[4 * set + 1], work[4 * set + 2], work[4 * set + 3]};
 }
 
-// Gathers, sorts and sweeps one axis into its record.  extentA and extentB
-// are the box's other two extents.  The gathering also learns each list's
-// key range, which tells the sort how many passes it needs and whether the
-// quick sweep applies.
-void localSearchAxis(LumSplitResult* rec, const LumSAHItem* items, Lum32s count, const Lum32f* box,
-                     int axis, Lum32f extentA, Lum32f extentB, const AxisArrays& w) {
+// One axis's sorted bound lists as the last search left them, in that axis's
+// own four work arrays.  A node that goes on with its parent's items
+// unchanged (the other child empty) has the same lists, made from the same
+// items in the same order, so its search takes them as they are: gathering
+// and sorting again would make exactly these arrays.
+struct SortedLists {
+    const Lum32f* starts;
+    const Lum32f* ends;
+    const Lum32f* planars;
+    Lum32s n, m;
+    bool odd;    // a NaN or a -0 among the bounds: the plain sweep
+    bool valid;  // made from the present node's items
+};
+
+// Gathers and sorts one axis's bounds into its lists.  The gathering also
+// learns each list's key range, which tells the sort how many passes it
+// needs and whether the quick sweep applies.
+void localGatherSort(const LumSAHItem* items, Lum32s count, int axis, const AxisArrays& w,
+                     SortedLists* lists) {
     Lum32s n = 0, m = 0;
     LumBoundsRange rs, re, rp;
     Lum32u* const starts = reinterpret_cast<Lum32u*>(w.starts);
@@ -64,10 +77,29 @@ void localSearchAxis(LumSplitResult* rec, const LumSAHItem* items, Lum32s count,
     Lum32f* const sortedEnds = ownSortBoundsRanged_32f(w.ends, free1, n, re, kSAHRadixGate);
     Lum32f* const free2 = sortedEnds == w.ends ? free1 : w.ends;
     // The planars take the comparison sort's arrangement at any count.
-    Lum32f* const sortedPlanars = ownSortBoundsRanged_32f(w.planars, free2, m, rp, count);
+    lists->planars = ownSortBoundsRanged_32f(w.planars, free2, m, rp, count);
+    lists->starts = sortedStarts;
+    lists->ends = sortedEnds;
+    lists->n = n;
+    lists->m = m;
+    lists->odd = (rs.odd | re.odd) != 0;
+    lists->valid = true;
+}
+
+// Sweeps one axis into its record, gathering and sorting first unless the
+// axis's lists still hold for these items.  extentA and extentB are the
+// box's other two extents.
+void localSearchAxis(LumSplitResult* rec, const LumSAHItem* items, Lum32s count, const Lum32f* box,
+                     int axis, Lum32f extentA, Lum32f extentB, const AxisArrays& w,
+                     SortedLists* lists) {
+    if (!lists->valid) localGatherSort(items, count, axis, w, lists);
+    const Lum32f* const sortedStarts = lists->starts;
+    const Lum32f* const sortedEnds = lists->ends;
+    const Lum32f* const sortedPlanars = lists->planars;
+    const Lum32s n = lists->n, m = lists->m;
     const Lum32f boxMin = box[axis], boxMax = box[axis + 3];
     if (m == 0) {
-        if (rs.odd | re.odd)
+        if (lists->odd)
             ownSweepSplit(sortedStarts, sortedEnds, n, boxMin, boxMax, extentA, extentB,
                           &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount);
         else
@@ -106,7 +138,8 @@ inline Lum64f localMinGain(Lum64f leafCost, Lum32f ratio) {
 }
 
 void localFindBestSplit(LumSplitResult* result, const LumSAHItem* items, Lum32s count,
-                        const Lum32f* box, Lum32f* const* work, Lum32f ratio) {
+                        const Lum32f* box, Lum32f* const* work, Lum32f ratio,
+                        SortedLists* lists) {
     const Lum32f ext[3] = {box[3] - box[0], box[4] - box[1], box[5] - box[2]};
     LumSplitResult rec[3];
     for (int axis = 0; axis < 3; ++axis) {
@@ -116,7 +149,10 @@ void localFindBestSplit(LumSplitResult* result, const LumSAHItem* items, Lum32s 
         // A cut needs a second non-flat axis (the check costs nothing here,
         // before the gathering, and changes no outcome).
         if (!(extA > kFlatExtent) && !(extB > kFlatExtent)) continue;
-        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, 0));
+        // Each axis in its own arrays, so that all three lists outlive the
+        // search.
+        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, axis),
+                        &lists[axis]);
     }
     localChoose(result, rec, count, localMinGain(result->cost, ratio));
 }
@@ -127,14 +163,15 @@ void localFindBestSplit(LumSplitResult* result, const LumSAHItem* items, Lum32s 
 // refused fork runs them one after the other in the calling thread.
 void localFindBestSplitSortSearch_MT(LumSplitResult* result, const LumSAHItem* items,
                                      Lum32s count, const Lum32f* box, Lum32f* const* work,
-                                     Lum32f ratio) {
+                                     Lum32f ratio, SortedLists* lists) {
     const Lum32f ext[3] = {box[3] - box[0], box[4] - box[1], box[5] - box[2]};
     LumSplitResult rec[3] = {*result, *result, *result};
     const Lum64f minGain = localMinGain(result->cost, ratio);
     const bool on[3] = {ext[0] > kFlatExtent, ext[1] > kFlatExtent, ext[2] > kFlatExtent};
     auto section = [&](int axis) {
         const Lum32f extA = ext[axis == 0 ? 1 : 0], extB = ext[axis == 2 ? 1 : 2];
-        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, axis));
+        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, axis),
+                        &lists[axis]);
     };
     const int axes = int(on[0]) + int(on[1]) + int(on[2]);
     if (axes == 3) {
@@ -241,6 +278,8 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
     cur.depth = 0;
     cur.itemCursor = ctx->itemCursor;
     cur.vertexCursor = ctx->vertexCursor;
+    // Sorted lists per axis; they hold only while the items stay the same.
+    SortedLists lists[3] = {};
 
     for (;;) {
         // Everything a finished subtree put on the arenas above this node's
@@ -260,15 +299,17 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
             const Lum64f dz = cur.box[5] - cur.box[2];
             cut.cost = Lum64f(count) * (dx * (dy + dz) + dy * dz);
             if (count <= kParallelItems)
-                localFindBestSplit(&cut, items, count, cur.box, ctx->work, ratio);
+                localFindBestSplit(&cut, items, count, cur.box, ctx->work, ratio, lists);
             else
-                localFindBestSplitSortSearch_MT(&cut, items, count, cur.box, ctx->work, ratio);
+                localFindBestSplitSortSearch_MT(&cut, items, count, cur.box, ctx->work, ratio,
+                                                lists);
         }
 
         if (cut.axis < 0) {
             LumStatus st = localMakeLeaf(ctx, node, items);
             if (st != lumStatusOk) return st;
             if (top == 0) return lumStatusOk;
+            for (SortedLists& l : lists) l.valid = false;
             cur = stack[--top];
             const Lum32s n = Lum32s(cur.node->value);
             ownCopy32(cur.node->link, items, n * Lum32s(sizeof(LumSAHItem) / 4));
@@ -305,6 +346,8 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
             continue;
         }
 
+        // Both children get new item lists.
+        for (SortedLists& l : lists) l.valid = false;
         if (top >= kStackStates) return lumStatusInternal;  // depth is at most 50
         State& low = stack[top++];
         low.node = &pair[0];
