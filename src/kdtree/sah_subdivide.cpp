@@ -5,6 +5,7 @@
 // thread count.
 #include <omp.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "frame/own.h"
@@ -41,8 +42,9 @@ struct SortedLists {
     const Lum32f* ends;
     const Lum32f* planars;
     Lum32s n, m;
-    bool odd;    // a NaN or a -0 among the bounds: the plain sweep
-    bool valid;  // made from the present node's items
+    bool odd;         // a NaN or a -0 among starts or ends: the plain sweep
+    bool planarsOdd;  // the same among the planars
+    bool valid;       // made from the present node's items
 };
 
 // Gathers and sorts one axis's bounds into its lists.  The gathering also
@@ -83,6 +85,7 @@ void localGatherSort(const LumSAHItem* items, Lum32s count, int axis, const Axis
     lists->n = n;
     lists->m = m;
     lists->odd = (rs.odd | re.odd) != 0;
+    lists->planarsOdd = rp.odd != 0;
     lists->valid = true;
 }
 
@@ -225,10 +228,17 @@ LumStatus localMakeLeaf(LumSAHContext* ctx, LumSAHNode* node, LumSAHItem* items)
 
 // Sorts the node's items into the left and right arrays by the same
 // comparisons as the sweeps count them, cutting the items that cross.
+// *cutsStartAtSplit tells whether every cut piece on the high side has its
+// least coordinate exactly at the split, bit for bit, as a convex polygon's
+// does; rounding in earlier cuts could break that.
 LumStatus localClassify(LumSAHContext* ctx, const LumSAHItem* items, Lum32s count,
-                        const LumSplitResult& cut, LumSAHItem* left, LumSAHItem* right) {
+                        const LumSplitResult& cut, LumSAHItem* left, LumSAHItem* right,
+                        bool* cutsStartAtSplit) {
     const int axis = cut.axis;
     const Lum32f s = cut.splitPos;
+    Lum32u sBits;
+    std::memcpy(&sBits, &s, 4);
+    bool exact = true;
     Lum32s nl = 0, nr = 0;
     for (Lum32s i = 0; i < count; ++i) {
         const LumSAHItem& it = items[i];
@@ -254,10 +264,52 @@ LumStatus localClassify(LumSAHContext* ctx, const LumSAHItem* items, Lum32s coun
         if (nl >= cut.leftCount || nr >= cut.rightCount) return lumStatusInternal;
         const LumStatus st = ownPolygonSplit(&it, &left[nl], &right[nr], s, axis, ctx);
         if (st != lumStatusOk) return st;
+        const Lum32f low = ownItemLo(right[nr], axis);
+        Lum32u lowBits;
+        std::memcpy(&lowBits, &low, 4);
+        exact &= lowBits == sBits;
         ++nl, ++nr;
     }
     if (nl != cut.leftCount || nr != cut.rightCount) return lumStatusInternal;
+    *cutsStartAtSplit = exact;
     return lumStatusOk;
+}
+
+// The split axis's lists of the high child, from its parent's: on that axis
+// an item above the plane keeps its bounds, an item across it is cut to one
+// starting exactly at the split and ending where it ended, and flat items
+// above (or in the plane, by planarSide) stay flat.  So the child's ends
+// and planars are tails of the parent's, and its starts are a tail with the
+// cut items' starts, all equal to the split, just before it.  For lists
+// without NaN or -0 the sorted arrangement is unique, so these are exactly
+// the arrays that gathering and sorting would make.  False when the lists
+// do not qualify; the child then gathers them.
+bool localHighChildLists(SortedLists* lists, const LumSplitResult& cut) {
+    const Lum32f s = cut.splitPos;
+    Lum32u sBits;
+    std::memcpy(&sBits, &s, 4);
+    if (!lists->valid || lists->odd || lists->planarsOdd) return false;
+    if (sBits == 0x80000000u || s != s) return false;  // the child's bounds would not be clean
+    const Lum32f* const starts = lists->starts;
+    const Lum32f* const ends = lists->ends;
+    const Lum32f* const planars = lists->planars;
+    const Lum32s n = lists->n, m = lists->m;
+    const Lum32s below = Lum32s(std::lower_bound(starts, starts + n, s) - starts);
+    const Lum32s atOrBelow = Lum32s(std::upper_bound(ends, ends + n, s) - ends);
+    const Lum32s cuts = below - atOrBelow;
+    const Lum32s flatFrom =
+        Lum32s((cut.planarSide == 0 ? std::upper_bound(planars, planars + m, s)
+                                    : std::lower_bound(planars, planars + m, s)) -
+               planars);
+    if (cuts < 0 || (n - atOrBelow) + (m - flatFrom) != cut.rightCount) return false;
+    Lum32f* const childStarts = const_cast<Lum32f*>(starts) + atOrBelow;
+    for (Lum32s k = 0; k < cuts; ++k) childStarts[k] = s;
+    lists->starts = childStarts;
+    lists->ends = ends + atOrBelow;
+    lists->planars = planars + flatFrom;
+    lists->n = n - atOrBelow;
+    lists->m = m - flatFrom;
+    return true;
 }
 
 }  // namespace
@@ -346,7 +398,9 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
             continue;
         }
 
-        // Both children get new item lists.
+        // Both children get new item lists; only the split axis's may be
+        // carried into the high child.
+        SortedLists carried = lists[axis];
         for (SortedLists& l : lists) l.valid = false;
         if (top >= kStackStates) return lumStatusInternal;  // depth is at most 50
         State& low = stack[top++];
@@ -366,8 +420,10 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
         if (st != lumStatusOk) return st;
         LumSAHItem* left = static_cast<LumSAHItem*>(lp);
         LumSAHItem* right = static_cast<LumSAHItem*>(rp);
-        st = localClassify(ctx, items, count, cut, left, right);
+        bool cutsStartAtSplit = false;
+        st = localClassify(ctx, items, count, cut, left, right, &cutsStartAtSplit);
         if (st != lumStatusOk) return st;
+        if (cutsStartAtSplit && localHighChildLists(&carried, cut)) lists[axis] = carried;
 
         ownCopy32(right, items, cut.rightCount * Lum32s(sizeof(LumSAHItem) / 4));
         pair[0].value = Lum32u(cut.leftCount);
