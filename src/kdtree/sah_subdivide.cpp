@@ -5,6 +5,7 @@
 // thread count.
 #include <omp.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "frame/own.h"
@@ -31,32 +32,87 @@ inline AxisArrays localArrays(Lum32f* const* work, int set) {
     return {work[4 * set], work[4 * set + 1], work[4 * set + 2], work[4 * set + 3]};
 }
 
-// Gathers, sorts and sweeps one axis into its record.  extentA and extentB
-// are the box's other two extents.
-void localSearchAxis(LumSplitResult* rec, const LumSAHItem* items, Lum32s count, const Lum32f* box,
-                     int axis, Lum32f extentA, Lum32f extentB, const AxisArrays& w) {
+// One axis's sorted bound lists as the last search left them, in that axis's
+// own four work arrays.  A node that goes on with its parent's items
+// unchanged (the other child empty) has the same lists, made from the same
+// items in the same order, so its search takes them as they are: gathering
+// and sorting again would make exactly these arrays.
+struct SortedLists {
+    const Lum32f* starts;
+    const Lum32f* ends;
+    const Lum32f* planars;
+    Lum32s n, m;
+    bool odd;         // a NaN or a -0 among starts or ends: the plain sweep
+    bool planarsOdd;  // the same among the planars
+    bool valid;       // made from the present node's items
+};
+
+// Gathers and sorts one axis's bounds into its lists.  The gathering also
+// learns each list's key range, which tells the sort how many passes it
+// needs and whether the quick sweep applies.
+void localGatherSort(const LumSAHItem* items, Lum32s count, int axis, const AxisArrays& w,
+                     SortedLists* lists) {
     Lum32s n = 0, m = 0;
+    LumBoundsRange rs, re, rp;
+    Lum32u* const starts = reinterpret_cast<Lum32u*>(w.starts);
+    Lum32u* const ends = reinterpret_cast<Lum32u*>(w.ends);
+    Lum32u* const planars = reinterpret_cast<Lum32u*>(w.planars);
     for (Lum32s i = 0; i < count; ++i) {
         const Lum32f lo = ownItemLo(items[i], axis), hi = ownItemHi(items[i], axis);
+        Lum32u loBits, hiBits;
+        std::memcpy(&loBits, &lo, 4);
+        std::memcpy(&hiBits, &hi, 4);
         if (lo != hi) {
-            w.starts[n] = lo;
-            w.ends[n++] = hi;
+            starts[n] = loBits;
+            ends[n++] = hiBits;
+            rs.add(loBits);
+            re.add(hiBits);
         } else {
-            w.planars[m++] = lo;
+            planars[m++] = loBits;
+            rp.add(loBits);
         }
     }
-    ownSortBounds_32f(w.starts, w.scratch, n);
-    ownSortBounds_32f(w.ends, w.scratch, n);
-    ownSortAscendExact_32f(w.planars, m);  // the comparison sort at any count
+    // Each sort leaves its result in its own array or in a free one; the
+    // next sort takes what is still free as scratch.
+    Lum32f* const sortedStarts = ownSortBoundsRanged_32f(w.starts, w.scratch, n, rs, kSAHRadixGate);
+    Lum32f* free1 = sortedStarts == w.starts ? w.scratch : w.starts;
+    Lum32f* const sortedEnds = ownSortBoundsRanged_32f(w.ends, free1, n, re, kSAHRadixGate);
+    Lum32f* const free2 = sortedEnds == w.ends ? free1 : w.ends;
+    // The planars take the comparison sort's arrangement at any count.
+    lists->planars = ownSortBoundsRanged_32f(w.planars, free2, m, rp, count);
+    lists->starts = sortedStarts;
+    lists->ends = sortedEnds;
+    lists->n = n;
+    lists->m = m;
+    lists->odd = (rs.odd | re.odd) != 0;
+    lists->planarsOdd = rp.odd != 0;
+    lists->valid = true;
+}
+
+// Sweeps one axis into its record, gathering and sorting first unless the
+// axis's lists still hold for these items.  extentA and extentB are the
+// box's other two extents.
+void localSearchAxis(LumSplitResult* rec, const LumSAHItem* items, Lum32s count, const Lum32f* box,
+                     int axis, Lum32f extentA, Lum32f extentB, const AxisArrays& w,
+                     SortedLists* lists) {
+    if (!lists->valid) localGatherSort(items, count, axis, w, lists);
+    const Lum32f* const sortedStarts = lists->starts;
+    const Lum32f* const sortedEnds = lists->ends;
+    const Lum32f* const sortedPlanars = lists->planars;
+    const Lum32s n = lists->n, m = lists->m;
     const Lum32f boxMin = box[axis], boxMax = box[axis + 3];
     if (m == 0) {
-        ownSweepSplit(w.starts, w.ends, n, boxMin, boxMax, extentA, extentB, &rec->cost,
-                      &rec->splitPos, &rec->leftCount, &rec->rightCount);
+        if (lists->odd)
+            ownSweepSplit(sortedStarts, sortedEnds, n, boxMin, boxMax, extentA, extentB,
+                          &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount);
+        else
+            ownSweepSplitClean(sortedStarts, sortedEnds, n, boxMin, boxMax, extentA, extentB,
+                               &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount);
         rec->planarSide = 1;
     } else {
-        ownSweepSplitPlanar(w.starts, w.ends, w.planars, n, m, boxMin, boxMax, extentA, extentB,
-                            &rec->cost, &rec->splitPos, &rec->leftCount, &rec->rightCount,
-                            &rec->planarSide);
+        ownSweepSplitPlanar(sortedStarts, sortedEnds, sortedPlanars, n, m, boxMin, boxMax,
+                            extentA, extentB, &rec->cost, &rec->splitPos, &rec->leftCount,
+                            &rec->rightCount, &rec->planarSide);
     }
     rec->axis = axis;
 }
@@ -85,7 +141,8 @@ inline Lum64f localMinGain(Lum64f leafCost, Lum32f ratio) {
 }
 
 void localFindBestSplit(LumSplitResult* result, const LumSAHItem* items, Lum32s count,
-                        const Lum32f* box, Lum32f* const* work, Lum32f ratio) {
+                        const Lum32f* box, Lum32f* const* work, Lum32f ratio,
+                        SortedLists* lists) {
     const Lum32f ext[3] = {box[3] - box[0], box[4] - box[1], box[5] - box[2]};
     LumSplitResult rec[3];
     for (int axis = 0; axis < 3; ++axis) {
@@ -95,7 +152,10 @@ void localFindBestSplit(LumSplitResult* result, const LumSAHItem* items, Lum32s 
         // A cut needs a second non-flat axis (the check costs nothing here,
         // before the gathering, and changes no outcome).
         if (!(extA > kFlatExtent) && !(extB > kFlatExtent)) continue;
-        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, 0));
+        // Each axis in its own arrays, so that all three lists outlive the
+        // search.
+        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, axis),
+                        &lists[axis]);
     }
     localChoose(result, rec, count, localMinGain(result->cost, ratio));
 }
@@ -106,14 +166,15 @@ void localFindBestSplit(LumSplitResult* result, const LumSAHItem* items, Lum32s 
 // refused fork runs them one after the other in the calling thread.
 void localFindBestSplitSortSearch_MT(LumSplitResult* result, const LumSAHItem* items,
                                      Lum32s count, const Lum32f* box, Lum32f* const* work,
-                                     Lum32f ratio) {
+                                     Lum32f ratio, SortedLists* lists) {
     const Lum32f ext[3] = {box[3] - box[0], box[4] - box[1], box[5] - box[2]};
     LumSplitResult rec[3] = {*result, *result, *result};
     const Lum64f minGain = localMinGain(result->cost, ratio);
     const bool on[3] = {ext[0] > kFlatExtent, ext[1] > kFlatExtent, ext[2] > kFlatExtent};
     auto section = [&](int axis) {
         const Lum32f extA = ext[axis == 0 ? 1 : 0], extB = ext[axis == 2 ? 1 : 2];
-        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, axis));
+        localSearchAxis(&rec[axis], items, count, box, axis, extA, extB, localArrays(work, axis),
+                        &lists[axis]);
     };
     const int axes = int(on[0]) + int(on[1]) + int(on[2]);
     if (axes == 3) {
@@ -167,10 +228,17 @@ LumStatus localMakeLeaf(LumSAHContext* ctx, LumSAHNode* node, LumSAHItem* items)
 
 // Sorts the node's items into the left and right arrays by the same
 // comparisons as the sweeps count them, cutting the items that cross.
+// *cutsStartAtSplit tells whether every cut piece on the high side has its
+// least coordinate exactly at the split, bit for bit, as a convex polygon's
+// does; rounding in earlier cuts could break that.
 LumStatus localClassify(LumSAHContext* ctx, const LumSAHItem* items, Lum32s count,
-                        const LumSplitResult& cut, LumSAHItem* left, LumSAHItem* right) {
+                        const LumSplitResult& cut, LumSAHItem* left, LumSAHItem* right,
+                        bool* cutsStartAtSplit) {
     const int axis = cut.axis;
     const Lum32f s = cut.splitPos;
+    Lum32u sBits;
+    std::memcpy(&sBits, &s, 4);
+    bool exact = true;
     Lum32s nl = 0, nr = 0;
     for (Lum32s i = 0; i < count; ++i) {
         const LumSAHItem& it = items[i];
@@ -196,10 +264,52 @@ LumStatus localClassify(LumSAHContext* ctx, const LumSAHItem* items, Lum32s coun
         if (nl >= cut.leftCount || nr >= cut.rightCount) return lumStatusInternal;
         const LumStatus st = ownPolygonSplit(&it, &left[nl], &right[nr], s, axis, ctx);
         if (st != lumStatusOk) return st;
+        const Lum32f low = ownItemLo(right[nr], axis);
+        Lum32u lowBits;
+        std::memcpy(&lowBits, &low, 4);
+        exact &= lowBits == sBits;
         ++nl, ++nr;
     }
     if (nl != cut.leftCount || nr != cut.rightCount) return lumStatusInternal;
+    *cutsStartAtSplit = exact;
     return lumStatusOk;
+}
+
+// The split axis's lists of the high child, from its parent's: on that axis
+// an item above the plane keeps its bounds, an item across it is cut to one
+// starting exactly at the split and ending where it ended, and flat items
+// above (or in the plane, by planarSide) stay flat.  So the child's ends
+// and planars are tails of the parent's, and its starts are a tail with the
+// cut items' starts, all equal to the split, just before it.  For lists
+// without NaN or -0 the sorted arrangement is unique, so these are exactly
+// the arrays that gathering and sorting would make.  False when the lists
+// do not qualify; the child then gathers them.
+bool localHighChildLists(SortedLists* lists, const LumSplitResult& cut) {
+    const Lum32f s = cut.splitPos;
+    Lum32u sBits;
+    std::memcpy(&sBits, &s, 4);
+    if (!lists->valid || lists->odd || lists->planarsOdd) return false;
+    if (sBits == 0x80000000u || s != s) return false;  // the child's bounds would not be clean
+    const Lum32f* const starts = lists->starts;
+    const Lum32f* const ends = lists->ends;
+    const Lum32f* const planars = lists->planars;
+    const Lum32s n = lists->n, m = lists->m;
+    const Lum32s below = Lum32s(std::lower_bound(starts, starts + n, s) - starts);
+    const Lum32s atOrBelow = Lum32s(std::upper_bound(ends, ends + n, s) - ends);
+    const Lum32s cuts = below - atOrBelow;
+    const Lum32s flatFrom =
+        Lum32s((cut.planarSide == 0 ? std::upper_bound(planars, planars + m, s)
+                                    : std::lower_bound(planars, planars + m, s)) -
+               planars);
+    if (cuts < 0 || (n - atOrBelow) + (m - flatFrom) != cut.rightCount) return false;
+    Lum32f* const childStarts = const_cast<Lum32f*>(starts) + atOrBelow;
+    for (Lum32s k = 0; k < cuts; ++k) childStarts[k] = s;
+    lists->starts = childStarts;
+    lists->ends = ends + atOrBelow;
+    lists->planars = planars + flatFrom;
+    lists->n = n - atOrBelow;
+    lists->m = m - flatFrom;
+    return true;
 }
 
 }  // namespace
@@ -220,6 +330,8 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
     cur.depth = 0;
     cur.itemCursor = ctx->itemCursor;
     cur.vertexCursor = ctx->vertexCursor;
+    // Sorted lists per axis; they hold only while the items stay the same.
+    SortedLists lists[3] = {};
 
     for (;;) {
         // Everything a finished subtree put on the arenas above this node's
@@ -239,15 +351,17 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
             const Lum64f dz = cur.box[5] - cur.box[2];
             cut.cost = Lum64f(count) * (dx * (dy + dz) + dy * dz);
             if (count <= kParallelItems)
-                localFindBestSplit(&cut, items, count, cur.box, ctx->work, ratio);
+                localFindBestSplit(&cut, items, count, cur.box, ctx->work, ratio, lists);
             else
-                localFindBestSplitSortSearch_MT(&cut, items, count, cur.box, ctx->work, ratio);
+                localFindBestSplitSortSearch_MT(&cut, items, count, cur.box, ctx->work, ratio,
+                                                lists);
         }
 
         if (cut.axis < 0) {
             LumStatus st = localMakeLeaf(ctx, node, items);
             if (st != lumStatusOk) return st;
             if (top == 0) return lumStatusOk;
+            for (SortedLists& l : lists) l.valid = false;
             cur = stack[--top];
             const Lum32s n = Lum32s(cur.node->value);
             ownCopy32(cur.node->link, items, n * Lum32s(sizeof(LumSAHItem) / 4));
@@ -284,6 +398,10 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
             continue;
         }
 
+        // Both children get new item lists; only the split axis's may be
+        // carried into the high child.
+        SortedLists carried = lists[axis];
+        for (SortedLists& l : lists) l.valid = false;
         if (top >= kStackStates) return lumStatusInternal;  // depth is at most 50
         State& low = stack[top++];
         low.node = &pair[0];
@@ -302,8 +420,10 @@ LumStatus ownOptimizationPSAH(LumSAHContext* ctx, LumSAHNode* root, Lum32f split
         if (st != lumStatusOk) return st;
         LumSAHItem* left = static_cast<LumSAHItem*>(lp);
         LumSAHItem* right = static_cast<LumSAHItem*>(rp);
-        st = localClassify(ctx, items, count, cut, left, right);
+        bool cutsStartAtSplit = false;
+        st = localClassify(ctx, items, count, cut, left, right, &cutsStartAtSplit);
         if (st != lumStatusOk) return st;
+        if (cutsStartAtSplit && localHighChildLists(&carried, cut)) lists[axis] = carried;
 
         ownCopy32(right, items, cut.rightCount * Lum32s(sizeof(LumSAHItem) / 4));
         pair[0].value = Lum32u(cut.leftCount);

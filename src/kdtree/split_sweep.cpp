@@ -97,6 +97,44 @@ void ownSweepSplit(const Lum32f* starts, const Lum32f* ends, Lum32s n, Lum32f bo
     *rightCount = best.nR;
 }
 
+void ownSweepSplitClean(const Lum32f* starts, const Lum32f* ends, Lum32s n, Lum32f boxMin,
+                        Lum32f boxMax, Lum32f extentA, Lum32f extentB, Lum64f* cost,
+                        Lum32f* splitPos, Lum32s* leftCount, Lum32s* rightCount) {
+    const Lum64f e1 = extentA, e2 = extentB;
+    const Lum64f c = localCostC(e1, e2);
+    const Lum32f first = n > 0 ? starts[0] : boxMin;
+    const Lum32f last = n > 0 ? ends[n - 1] : boxMax;
+    Best best{kNoCandidate, boxMin, 0, n, 1};
+    Lum32s side = 1;
+    if (localEmptySpace(first, last, n, c, boxMin, boxMax, best, side)) {
+        *cost = (e1 + e2) * kEmptySpaceDiscount * best.sum;
+    } else {
+        // Every distinct bound is a candidate, in ascending order: nL
+        // items start below it, nR end above it.  An end always lies above
+        // its own start, so the first candidate is starts[0] with nL = 0,
+        // nR = n, and the last is the greatest end: the same candidates,
+        // with the same counts, as the general walk visits.
+        Lum32s i = 0, j = 0;  // starts below x, ends at or below x
+        while (n > 0) {
+            const Lum32f xe = ends[j];
+            const bool haveStart = i < n;
+            const Lum32f xs = haveStart ? starts[i] : xe;
+            const Lum32f x = xs < xe ? xs : xe;
+            const Lum32s nL = i;
+            i += Lum32s(haveStart & (xs <= xe));
+            j += Lum32s(xe <= xs);
+            while (i < n && starts[i] == x) ++i;  // shared corners repeat bounds
+            while (j < n && ends[j] == x) ++j;
+            best.offer(localSum(nL, n - j, c, x, boxMin, boxMax), x, nL, n - j);
+            if (j >= n) break;
+        }
+        *cost = (e1 + e2) * best.sum;
+    }
+    *splitPos = best.pos;
+    *leftCount = best.nL;
+    *rightCount = best.nR;
+}
+
 void ownSweepSplitPlanar(const Lum32f* starts, const Lum32f* ends, const Lum32f* planars, Lum32s n,
                          Lum32s m, Lum32f boxMin, Lum32f boxMax, Lum32f extentA, Lum32f extentB,
                          Lum64f* cost, Lum32f* splitPos, Lum32s* leftCount, Lum32s* rightCount,
