@@ -11,11 +11,13 @@ built.  Where no outside library does the same job, the row compares with an
 internal baseline measured in the same process (vector body against plain
 loop, two threads against one, memcpy/memset of the same bytes).
 
-    /usr/bin/python3 tools/bench_table.py [build-dir] [--raw] [--min-time S]
+    /usr/bin/python3 tools/bench_table.py [build-dir] [--raw] [--all] [--min-time S]
         [--only family,...] [--json table.json]
 
 --raw also passes every benchmark's own output through (Google Benchmark's
-console tables, the scripts' prints) before the table.  Standard library only.
+console tables, the scripts' prints) before the table; --all runs every
+benchmark of each binary, not only the table's (much longer).  Standard
+library only.
 """
 import argparse
 import json
@@ -154,8 +156,8 @@ SCRIPT_CASE_PREFIX = {"filter_scipy": "", "resize_scipy": "", "remap_scipy": "25
 
 
 class Runner:
-    def __init__(self, build, raw, tmp):
-        self.build, self.raw, self.tmp = build, raw, tmp
+    def __init__(self, build, raw, every, tmp):
+        self.build, self.raw, self.every, self.tmp = build, raw, every, tmp
         self.failed = []  # (source, reason)
         self.loads = []
         self.seconds = {}
@@ -206,9 +208,10 @@ class Runner:
             return {}
         pattern = "^(" + "|".join(re.sub(r"([.^$*+?(){}\[\]|\\])", r"\\\1", n) for n in wanted) + ")$"
         out = os.path.join(self.tmp, binary + ".json")
-        self.run("bench_" + binary, [exe, "--benchmark_filter=" + pattern,
-                                     f"--benchmark_min_time={min_time}",
-                                     "--benchmark_out=" + out, "--benchmark_out_format=json"])
+        select = [] if self.every else ["--benchmark_filter=" + pattern]
+        self.run("bench_" + binary, [exe] + select + [f"--benchmark_min_time={min_time}",
+                                                      "--benchmark_out=" + out,
+                                                      "--benchmark_out_format=json"])
         try:
             with open(out) as f:
                 data = json.load(f)
@@ -415,6 +418,8 @@ def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     ap.add_argument("build", nargs="?", default="build")
     ap.add_argument("--raw", action="store_true", help="also show every benchmark's own output")
+    ap.add_argument("--all", action="store_true",
+                    help="run every benchmark of each binary, not only the table's")
     ap.add_argument("--min-time", type=float, default=0.5,
                     help="--benchmark_min_time for the Google Benchmark binaries (seconds)")
     ap.add_argument("--only", help="comma-separated families: " + ",".join(FAMILIES))
@@ -424,7 +429,7 @@ def main():
     if args.only and not set(args.only.split(",")) <= set(FAMILIES):
         ap.error("--only takes " + ",".join(FAMILIES))
     with tempfile.TemporaryDirectory(prefix="lumr-bench-") as tmp:
-        runner = Runner(args.build, args.raw, tmp)
+        runner = Runner(args.build, args.raw, args.all, tmp)
         rows = build_table(args, runner)
         runner.note_load()
     print_table(rows, runner, args)

@@ -2,9 +2,10 @@
 # Runs every family's benchmarks and prints one summary table: lumr's figure,
 # the peer's or baseline's figure measured in the same run, and the ratio
 # (tools/bench_table.py).
-#   tools/run-bench.sh [build-dir] [--raw] [--min-time S] [--only family,...]
+#   tools/run-bench.sh [build-dir] [--raw] [--all] [--min-time S] [--only family,...]
 # --raw (or LUMR_BENCH_RAW=1 in the environment, e.g. `LUMR_BENCH_RAW=1 make bench`)
-# also shows every benchmark's own output before the table.
+# also shows every benchmark's own output before the table; --all (or
+# LUMR_BENCH_ALL=1) runs every benchmark of each binary, not only the table's.
 #
 # The peers' headers may have been installed after the last configure (make
 # bench installs them after building): configure and build again, so that
@@ -14,6 +15,7 @@ build=${1:-build}
 [ $# -gt 0 ] && shift
 extra=()
 [ "${LUMR_BENCH_RAW:-0}" = 1 ] && extra+=(--raw)
+[ "${LUMR_BENCH_ALL:-0}" = 1 ] && extra+=(--all)
 cmake -S . -B "$build" >/dev/null
 cmake --build "$build" -j "$(nproc)" >/dev/null
 exec /usr/bin/python3 "$(dirname "$0")/bench_table.py" "$build" "${extra[@]}" "$@"
