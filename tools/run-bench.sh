@@ -16,6 +16,6 @@ build=${1:-build}
 extra=()
 [ "${LUMR_BENCH_RAW:-0}" = 1 ] && extra+=(--raw)
 [ "${LUMR_BENCH_ALL:-0}" = 1 ] && extra+=(--all)
-cmake -S . -B "$build" >/dev/null
+cmake -S "$(dirname "$0")/.." -B "$build" >/dev/null
 cmake --build "$build" -j "$(nproc)" >/dev/null
 exec /usr/bin/python3 "$(dirname "$0")/bench_table.py" "$build" "${extra[@]}" "$@"
