@@ -46,7 +46,7 @@ struct Lanes<4> {
 template <class Step>
 inline void ownForLanes(Lum32s len, Step&& step) {
     Lum32s i = 0;
-    for (; i + 8 <= len; i += 8) {
+    for (; len - i >= 8; i += 8) {  // no overflow near the largest lengths
         step.template run<4>(i);
         step.template run<4>(i + 4);
     }

@@ -122,7 +122,7 @@ struct PacketAny {
                           _mm256_cmp_ps(h.t, _mm256_setzero_ps(), _CMP_GT_OQ)));
         if (!ownAny8(hit)) return false;
         if (kRow == OccluderRow::Blend)
-            occ = _mm256_blendv_ps(occ, ownIntBits8(n), hit);
+            occ = ownSelect8(hit, ownIntBits8(n), occ);
         else
             occ = _mm256_and_ps(ownIntBits8(n), hit);
         blocked = _mm256_or_ps(blocked, hit);
@@ -192,11 +192,11 @@ struct AnyTiles {
                 inside, _mm256_and_ps(ownLt8(h.t, _mm256_set1_ps(1.0f)),
                                       _mm256_cmp_ps(h.t, _mm256_setzero_ps(), _CMP_GT_OQ)));
             const __m256 number = ownIntBits8(cached);
-            ownStoreRows(m0, m1, _mm256_blendv_ps(mask, ownIntBits8(-1), hit));
-            const __m256 raw = _mm256_blendv_ps(_mm256_and_ps(h.r0, inside), number, hit);
+            ownStoreRows(m0, m1, ownSelect8(hit, ownIntBits8(-1), mask));
+            const __m256 raw = ownSelect8(hit, number, _mm256_and_ps(h.r0, inside));
             const int insideBits = _mm256_movemask_ps(inside);
             const __m256 old = ownLoadRows(o0, o1);
-            const __m256 kept = _mm256_blendv_ps(old, number, hit);
+            const __m256 kept = ownSelect8(hit, number, old);
             const __m256 lo = (k == 0 || !(insideBits & 0x0F)) ? kept : raw;
             const __m256 hi = (insideBits & 0xF0) ? raw : kept;
             _mm_store_ps(reinterpret_cast<Lum32f*>(o0), _mm256_castps256_ps128(lo));
@@ -238,8 +238,8 @@ struct AnyTiles {
         ownStoreRows(o0, o1, hits.occ);
         Lum32s* m0 = at(s.mask, row, col);
         Lum32s* m1 = at(s.mask, row + 1, col);
-        ownStoreRows(m0, m1, _mm256_blendv_ps(ownLoadRows(m0, m1), ownIntBits8(-1),
-                                              _mm256_andnot_ps(hits.alive, all)));
+        ownStoreRows(m0, m1, ownSelect8(_mm256_andnot_ps(hits.alive, all), ownIntBits8(-1),
+                                        ownLoadRows(m0, m1)));
         // The cache follows the pair's second row: one fixed ray of it once
         // none of that row is still alive.
         cached = (_mm256_movemask_ps(hits.alive) & 0xF0) ? -1 : o1[2];

@@ -125,10 +125,10 @@ struct PacketLayer {
             _mm256_and_ps(ownLt8(h.t, t), _mm256_cmp_ps(h.t, _mm256_setzero_ps(), _CMP_GT_OQ));
         if (!ownAny8(take)) return false;
         for (int k = 0; k < 4; ++k) take = _mm256_andnot_ps(localEqualInt(found[k], n), take);
-        t = _mm256_blendv_ps(t, h.t, take);
-        u = _mm256_blendv_ps(u, h.u, take);
-        v = _mm256_blendv_ps(v, h.v, take);
-        tri = _mm256_blendv_ps(tri, ownIntBits8(n), take);
+        t = ownSelect8(take, h.t, t);
+        u = ownSelect8(take, h.u, u);
+        v = ownSelect8(take, h.v, v);
+        tri = ownSelect8(take, ownIntBits8(n), tri);
         return false;
     }
     __m256 resume(__m256 tMax) const { return ownLt8(tMax, t); }
@@ -188,7 +188,7 @@ struct LayerTiles {
         const __m256 inert = _mm256_set1_ps(-std::numeric_limits<Lum32f>::infinity());
         __m256 startT = dist0;
         for (Lum32s layer = 0;; ++layer) {
-            PacketLayer hits{_mm256_blendv_ps(inert, startT, in), _mm256_setzero_ps(),
+            PacketLayer hits{ownSelect8(in, startT, inert), _mm256_setzero_ps(),
                              _mm256_setzero_ps(), load(s.tri, layer, row, col, two), found};
             ownWalkPacket<PacketLayer, Recent>(pk, tMin, tMax, active, s.scene->pRoot,
                                                s.scene->pAccel, hits);
@@ -212,9 +212,9 @@ struct LayerTiles {
             }
             if (layer + 1 >= s.depth) return;
             for (int a = 0; a < 3; ++a)
-                pk.o[a] = _mm256_blendv_ps(
-                    pk.o[a], _mm256_add_ps(pk.o[a], _mm256_mul_ps(hits.t, pk.d[a])), in);
-            found[layer & 3] = _mm256_blendv_ps(found[layer & 3], hits.tri, in);
+                pk.o[a] = ownSelect8(
+                    in, _mm256_add_ps(pk.o[a], _mm256_mul_ps(hits.t, pk.d[a])), pk.o[a]);
+            found[layer & 3] = ownSelect8(in, hits.tri, found[layer & 3]);
             store(s.tri, layer + 1, row, col, two, none, in);
             store(s.dist, layer + 1, row, col, two, _mm256_set1_ps(kFar), in);
             startT = _mm256_set1_ps(kFar);

@@ -90,10 +90,10 @@ struct PacketNearest {
         // Equal t keeps the first found; no slack here.
         const __m256 take =
             _mm256_and_ps(ownLt8(h.t, t), _mm256_cmp_ps(h.t, _mm256_setzero_ps(), _CMP_GT_OQ));
-        t = _mm256_blendv_ps(t, h.t, take);
-        u = _mm256_blendv_ps(u, h.u, take);
-        v = _mm256_blendv_ps(v, h.v, take);
-        tri = _mm256_blendv_ps(tri, ownIntBits8(n), take);
+        t = ownSelect8(take, h.t, t);
+        u = ownSelect8(take, h.u, u);
+        v = ownSelect8(take, h.v, v);
+        tri = ownSelect8(take, ownIntBits8(n), tri);
         return false;
     }
     __m256 resume(__m256 tMax) const { return ownLt8(tMax, t); }
@@ -151,7 +151,7 @@ struct NearestTiles {
         // The high lanes are inert: a best of -inf accepts nothing and
         // keeps them from ever becoming active.
         const __m256 best =
-            _mm256_blendv_ps(_mm256_set1_ps(-std::numeric_limits<Lum32f>::infinity()), dist, low);
+            ownSelect8(low, dist, _mm256_set1_ps(-std::numeric_limits<Lum32f>::infinity()));
         __m256 tMin, tMax = _mm256_and_ps(dist, mask);  // lanes outside the mask start at 0
         PacketNearest hits{best, _mm256_setzero_ps(), _mm256_setzero_ps(),
                            ownLoadRow(at(s.tri, row, col))};

@@ -34,6 +34,13 @@ inline __m256 ownLe8(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OQ
 inline bool ownAny8(__m256 m) { return _mm256_movemask_ps(m) != 0; }
 inline __m256 ownAbs8(__m256 v) { return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), v); }
 inline __m256 ownIntBits8(Lum32s n) { return _mm256_castsi256_ps(_mm256_set1_epi32(n)); }
+// Lanes of `ifSet` where `mask` is all ones, of `ifClear` where it is zero:
+// the blend of a comparison's mask written with bitwise operations, which
+// the compiler keeps in registers (its blend form of such a mask can fall
+// apart into lane-by-lane code without 256-bit integer instructions).
+inline __m256 ownSelect8(__m256 mask, __m256 ifSet, __m256 ifClear) {
+    return _mm256_or_ps(_mm256_and_ps(mask, ifSet), _mm256_andnot_ps(mask, ifClear));
+}
 
 // Two rows of four as one packet, or one row in the low lanes with zeros above.
 inline __m256 ownLoadRows(const Lum32f* row0, const Lum32f* row1) {
@@ -147,6 +154,10 @@ void ownWalkPacket(const OwnPacket& pk, __m256 tMin, __m256 tMax, __m256 active,
     } stack[kWalkStackDepth];
     int top = 0;
     Recent recent;
+    // The octant as bits of one register, so that the next node's address
+    // follows from the node word by shifts alone.
+    const unsigned signBits = unsigned(pk.sign[0]) | unsigned(pk.sign[1]) << 1 |
+                              unsigned(pk.sign[2]) << 2;
     const LumKDTreeNode* node = root;
     for (;;) {
         while (!ownNodeIsLeaf(node)) {
@@ -154,8 +165,9 @@ void ownWalkPacket(const OwnPacket& pk, __m256 tMin, __m256 tMax, __m256 active,
             const __m256 ts = _mm256_mul_ps(
                 _mm256_sub_ps(_mm256_set1_ps(ownNodeSplit(node)), pk.o[axis]), pk.r[axis]);
             const LumKDTreeNode* pair = ownNodeChildren(node);
-            const LumKDTreeNode* nearChild = pair + pk.sign[axis];
-            const LumKDTreeNode* farChild = pair + (1 - pk.sign[axis]);
+            const unsigned nearSide = (signBits >> axis) & 1u;
+            const LumKDTreeNode* nearChild = pair + nearSide;
+            const LumKDTreeNode* farChild = pair + (nearSide ^ 1u);
             if (!ownAny8(_mm256_and_ps(active, ownLe8(tMin, ts)))) {
                 node = farChild;
             } else if (!ownAny8(_mm256_and_ps(active, ownLe8(ts, tMax)))) {
@@ -206,12 +218,12 @@ inline __m256 ownPacketRcp(__m256 d, OwnNearZero rule, __m256 standIn) {
     const __m256 nearZero = ownLe8(ownAbs8(d), _mm256_set1_ps(kParallelLimit));
     __m256 dr = d;
     if (rule.kind == OwnNearZero::ReplaceDirection)
-        dr = _mm256_blendv_ps(dr, _mm256_set1_ps(rule.value), nearZero);
+        dr = ownSelect8(nearZero, _mm256_set1_ps(rule.value), dr);
     const __m256 exception = _mm256_and_ps(nearZero, standIn);
-    dr = _mm256_blendv_ps(dr, _mm256_set1_ps(838860800.0f), exception);
+    dr = ownSelect8(exception, _mm256_set1_ps(838860800.0f), dr);
     __m256 r0 = _mm256_rcp_ps(dr);
     if (rule.kind == OwnNearZero::ReplaceEstimate)
-        r0 = _mm256_blendv_ps(r0, _mm256_set1_ps(rule.value), _mm256_andnot_ps(exception, nearZero));
+        r0 = ownSelect8(_mm256_andnot_ps(exception, nearZero), _mm256_set1_ps(rule.value), r0);
     return ownRcpNewton8(dr, r0);
 }
 

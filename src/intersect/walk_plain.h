@@ -73,14 +73,19 @@ void ownWalkPlain(const OwnRay& ray, Lum32f tMin, Lum32f tMax, const LumKDTreeNo
         Lum32f tMax;
     } stack[kWalkStackDepth];
     int top = 0;
+    // The signs as bits of one register: the next node's address then
+    // follows from the node word by shifts alone, with no load between.
+    const unsigned signBits = unsigned(ray.sign[0]) | unsigned(ray.sign[1]) << 1 |
+                              unsigned(ray.sign[2]) << 2;
     const LumKDTreeNode* node = root;
     for (;;) {
         while (!ownNodeIsLeaf(node)) {
             const int axis = ownNodeAxis(node);
             const Lum32f ts = (ownNodeSplit(node) - ray.o[axis]) * ray.r[axis];
             const LumKDTreeNode* pair = ownNodeChildren(node);
-            const LumKDTreeNode* nearChild = pair + ray.sign[axis];
-            const LumKDTreeNode* farChild = pair + (1 - ray.sign[axis]);
+            const unsigned nearSide = (signBits >> axis) & 1u;
+            const LumKDTreeNode* nearChild = pair + nearSide;
+            const LumKDTreeNode* farChild = pair + (nearSide ^ 1u);
             if (tMin - ts > Hits::kSlack) {
                 node = farChild;
             } else if (ts - tMax > Hits::kSlack) {
