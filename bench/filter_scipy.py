@@ -10,11 +10,13 @@ checked against scipy's on the samples where scipy's border handling plays
 no part.
 
     python3 bench/filter_scipy.py [build/liblumre9-6.1.so] [--n 256] [--repeat 3]
+        [--kernel 3x3x3 ...] [--json out.json]
 
 Needs python3-numpy and python3-scipy (Debian packages).
 """
 import argparse
 import ctypes as C
+import json
 import os
 import time
 
@@ -82,6 +84,9 @@ def main():
     ap.add_argument("lib", nargs="?", default="build/liblumre9-6.1.so")
     ap.add_argument("--n", type=int, default=256)
     ap.add_argument("--repeat", type=int, default=3)
+    ap.add_argument("--kernel", action="append", choices=["3x3x3", "5x5x5", "3x5x7"],
+                    help="kernel shape(s) w x h x d to run (default: all)")
+    ap.add_argument("--json", help="also write the rows to this file")
     args = ap.parse_args()
     lib = load(args.lib)
     n, pad = args.n, 4
@@ -92,7 +97,11 @@ def main():
     mvox = n ** 3 / 1e6
     print(f"{n}^3 int16, one thread, best of {args.repeat} (CPU time)")
     print(f"{'kernel':8} {'path':7} {'lumr Mvox/s':>12} {'scipy Mvox/s':>13} {'ratio':>7} {'vs scalar':>9}")
+    rows = []
     for shape in [(3, 3, 3), (5, 5, 5), (7, 5, 3)]:  # (kd, kh, kw): 3x5x7 is kw 3, kh 5, kd 7
+        name = f"{shape[2]}x{shape[1]}x{shape[0]}"
+        if args.kernel and name not in args.kernel:
+            continue
         small = rng.integers(-3, 4, size=shape).astype(np.int32)
         small.flat[0] = 3  # keep the plain sum well under the limit either way
         count = small.size
@@ -105,10 +114,15 @@ def main():
         h = [s // 2 for s in shape]
         sl = tuple(slice(hh, n - hh) for hh in h)
         assert np.array_equal(out_vec[sl], ref[sl]), "lumr and scipy disagree"
-        name = f"{shape[2]}x{shape[1]}x{shape[0]}"
         print(f"{name:8} {'vector':7} {mvox / t_vec:12.1f} {mvox / t_scipy:13.2f} {t_scipy / t_vec:7.1f} "
               f"{t_sca / t_vec:9.1f}")
         print(f"{name:8} {'scalar':7} {mvox / t_sca:12.1f} {'':13} {t_scipy / t_sca:7.1f}")
+        rows.append({"case": f"16s {n}^3 {name}", "unit": "Mvoxel/s", "lumr": mvox / t_vec,
+                     "peer": mvox / t_scipy, "scalar": mvox / t_sca, "clock": "cpu", "threads": 1,
+                     "peer_name": "scipy.ndimage.convolve"})
+    if args.json:
+        with open(args.json, "w") as out:
+            json.dump(rows, out, indent=1)
 
 
 if __name__ == "__main__":

@@ -11,12 +11,19 @@ data in the same run, lumr with one thread and with all threads, as
 Mvoxel/s of output and the ratio lumr / scipy.
 
     LUMR_LIBRARY_DIR=build /usr/bin/python3 bench/python_bench.py [--n 256] [--repeat 3]
+        [--part overhead|throughput] [--min-time 0.2] [--json out.json]
+
+Times: per call by the wall clock (short calls, best of five batches);
+throughput of scipy and of lumr on one thread by the process's CPU time (a
+shared machine's other work does not count), lumr on all threads by the wall
+clock.
 
 Needs python3-numpy and python3-scipy (Debian).  Families missing from the
 loaded library are left out of the tables.
 """
 import argparse
 import ctypes as C
+import json
 import os
 import sys
 import time
@@ -49,12 +56,12 @@ def per_call(fn, min_time=0.2):
     return best
 
 
-def best_of(repeat, fn):
+def best_of(repeat, fn, clock=time.perf_counter):
     best = float("inf")
     for _ in range(repeat):
-        t0 = time.perf_counter()
+        t0 = clock()
         fn()
-        best = min(best, time.perf_counter() - t0)
+        best = min(best, clock() - t0)
     return best
 
 
@@ -203,31 +210,54 @@ def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     ap.add_argument("--n", type=int, default=256)
     ap.add_argument("--repeat", type=int, default=3)
+    ap.add_argument("--part", action="append", choices=["overhead", "throughput"],
+                    help="part(s) to run (default: both)")
+    ap.add_argument("--min-time", type=float, default=0.2,
+                    help="seconds per timed batch series of a small call")
+    ap.add_argument("--json", help="also write the rows to this file")
     args = ap.parse_args()
+    parts = args.part or ["overhead", "throughput"]
+    rows = []
     rng = np.random.default_rng(1)
     print("lumr %s from %s; threads available: %d" % (lumr.version()["text"],
                                                      lumr.library_path(), lumr.get_num_threads()))
-    print()
-    print("%-30s %12s %12s %12s %8s" % ("per call (small)", "lumr us", "ctypes us", "added us",
-                                        "ratio"))
-    for name, wrapped, bare in overhead_rows(rng):
-        tw, tb = per_call(wrapped), per_call(bare)
-        print("%-30s %12.2f %12.2f %12.2f %8.2f" % (name, tw * 1e6, tb * 1e6, (tw - tb) * 1e6,
-                                                    tw / tb))
+    if "overhead" in parts:
+        print()
+        print("%-30s %12s %12s %12s %8s" % ("per call (small)", "lumr us", "ctypes us",
+                                            "added us", "ratio"))
+        for name, wrapped, bare in overhead_rows(rng):
+            tw, tb = per_call(wrapped, args.min_time), per_call(bare, args.min_time)
+            print("%-30s %12.2f %12.2f %12.2f %8.2f" % (name, tw * 1e6, tb * 1e6,
+                                                        (tw - tb) * 1e6, tw / tb))
+            rows.append({"case": name, "unit": "kcall/s", "lumr": 1e-3 / tw, "peer": 1e-3 / tb,
+                         "peer_name": "bare ctypes call", "clock": "wall", "threads": 1})
+    if "throughput" not in parts:
+        if args.json:
+            with open(args.json, "w") as out:
+                json.dump(rows, out, indent=1)
+        return
     print()
     nthreads = lumr.get_num_threads()
     print("%-34s %10s %10s %10s %9s %9s" % ("throughput, Mvoxel/s of output", "scipy",
                                              "lumr 1t", "lumr %dt" % nthreads, "1t/scipy",
                                              "%dt/scipy" % nthreads))
     for name, count, ours, theirs in throughput_rows(rng, args.n):
-        ts = best_of(args.repeat, theirs)
+        ts = best_of(args.repeat, theirs, time.process_time)
         lumr.set_num_threads(1)
-        t1 = best_of(args.repeat, ours)
+        t1 = best_of(args.repeat, ours, time.process_time)
         lumr.set_num_threads(nthreads)
         tn = best_of(args.repeat, ours)
         mv = lambda t: count / t / 1e6
         print("%-34s %10.1f %10.1f %10.1f %9.2f %9.2f" % (name, mv(ts), mv(t1), mv(tn), ts / t1,
                                                           ts / tn))
+        rows.append({"case": name, "unit": "Mvoxel/s", "lumr": mv(t1), "peer": mv(ts),
+                     "lumr_all_threads": mv(tn), "threads": 1, "clock": "cpu",
+                     "peer_name": "scipy.ndimage." + {
+                         "resize": "zoom", "remap": "map_coordinates",
+                         "warp_affine": "affine_transform", "filter": "convolve"}[name.split()[0]]})
+    if args.json:
+        with open(args.json, "w") as out:
+            json.dump(rows, out, indent=1)
 
 
 if __name__ == "__main__":

@@ -4,18 +4,29 @@
 Runs lumrRemap_{8u,16u,32f}_C1PV (ctypes over build/liblumre9-6.1.so) and
 map_coordinates (order 1, and order 3 without prefilter) in the same process,
 interleaved, and prints Mvoxel/s and the ratios.  Usage:
-    bench/remap_scipy.py [build-dir] [repeats]
+    bench/remap_scipy.py [build-dir] [repeats] [--type 8u ...] [--code 2 ...]
+                         [--no-threads] [--json out.json]
 """
+import argparse
 import ctypes
+import json
 import os
-import sys
 import time
 
 import numpy as np
 from scipy import ndimage
 
-BUILD = sys.argv[1] if len(sys.argv) > 1 else os.path.join(os.path.dirname(__file__), "..", "build")
-REPEATS = int(sys.argv[2]) if len(sys.argv) > 2 else 3
+AP = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+AP.add_argument("build", nargs="?", default=os.path.join(os.path.dirname(__file__), "..", "build"))
+AP.add_argument("repeats", nargs="?", type=int, default=3)
+AP.add_argument("--type", action="append", choices=["8u", "16u", "32f"],
+                help="sample type(s) to run (default: all)")
+AP.add_argument("--code", action="append", type=int, choices=[1, 2, 4, 5, 6, 7],
+                help="interpolation code(s) to run (default: all)")
+AP.add_argument("--no-threads", action="store_true", help="skip the wall-clock thread scaling")
+AP.add_argument("--json", help="also write the rows to this file")
+ARGS = AP.parse_args()
+BUILD, REPEATS = ARGS.build, ARGS.repeats
 N, DX, DY, DZ = 256, 256, 256, 32
 
 core = ctypes.CDLL(os.path.join(BUILD, "liblumcore64-6.1.so"), mode=ctypes.RTLD_GLOBAL)
@@ -73,31 +84,44 @@ def main():
     sv, dv, box = Volume(N, N, N), Volume(DX, DY, DZ), Box(0, 0, 0, N, N, N)
     names = {1: "nearest", 2: "linear", 4: "lagrange", 5: "bspline", 6: "catmullrom", 7: "cubicbc"}
     print(f"destination {DX}x{DY}x{DZ} from a {N}^3 source, best of {REPEATS}, Mvoxel/s")
+    rows = []
     for dtype, suffix in ((np.uint8, "8u"), (np.uint16, "16u"), (np.float32, "32f")):
+        if ARGS.type and suffix not in ARGS.type:
+            continue
         src = source(dtype)
         dst = np.zeros((DZ, DY, DX), dtype)
         ps, pd = planes(src), planes(dst)
         fn = getattr(lib, f"lumrRemap_{suffix}_C1PV")
         size = src.itemsize
         peer = {}
-        for order in (1, 3):
+        codes = ARGS.code or (1, 2, 4, 5, 6, 7)
+        for order in sorted({1 if code <= 2 else 3 for code in codes}):
             out = np.zeros((DZ, DY, DX), dtype)
             peer[order] = voxels / best(lambda: ndimage.map_coordinates(
                 src, coords, output=out, order=order, prefilter=False, mode="nearest")) / 1e6
-        print(f"{suffix}: scipy order 1 {peer[1]:.1f}, order 3 {peer[3]:.1f}")
-        for code in (1, 2, 4, 5, 6, 7):
+        print(f"{suffix}: scipy " + ", ".join(f"order {o} {r:.1f}" for o, r in sorted(peer.items())))
+        for code in codes:
             rate = {}
-            for threads in (1, 2):
+            call = lambda: fn(ps, ctypes.byref(sv), N * size, ctypes.byref(box), px, py, pz,
+                              DX * 4, pd, DX * size, ctypes.byref(dv), code)
+            for threads in () if ARGS.no_threads else (1, 2):
                 core.lumSetNumThreads(threads)
-                call = lambda: fn(ps, ctypes.byref(sv), N * size, ctypes.byref(box), px, py, pz,
-                                  DX * 4, pd, DX * size, ctypes.byref(dv), code)
                 rate[threads] = voxels / best(call, time.perf_counter) / 1e6
             core.lumSetNumThreads(1)
             cpu = voxels / best(call) / 1e6
-            base = peer[1] if code <= 2 else peer[3]
+            order = 1 if code <= 2 else 3
+            base = peer[order]
+            scaling = "" if ARGS.no_threads else (
+                f"; wall 1 thread {rate[1]:7.1f}, 2 threads {rate[2]:7.1f} ({rate[2] / rate[1]:.2f}x)")
             print(f"{suffix} {names[code]:>10}: 1 thread {cpu:7.1f} cpu ({cpu / base:5.2f}x scipy order "
-                  f"{1 if code <= 2 else 3}); wall 1 thread {rate[1]:7.1f}, 2 threads {rate[2]:7.1f} "
-                  f"({rate[2] / rate[1]:.2f}x)")
+                  f"{order}){scaling}")
+            rows.append({"case": f"{suffix} {names[code]}", "unit": "Mvoxel/s", "lumr": cpu,
+                         "peer": base, "clock": "cpu", "threads": 1,
+                         "peer_name": "scipy.ndimage.map_coordinates order %d%s"
+                                      % (order, ", no prefilter" if order == 3 else "")})
+    if ARGS.json:
+        with open(ARGS.json, "w") as out:
+            json.dump(rows, out, indent=1)
 
 
 if __name__ == "__main__":

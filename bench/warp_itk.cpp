@@ -2,12 +2,8 @@
 // linear interpolation) on the same input as bench/warp_bench.cpp: a 256^3
 // volume rotated by 20 degrees about z and scaled by 1.2, into a 256 x 256 x
 // 32 box.  Both run in this process, interleaved, best of a few runs.
-// Not part of the CMake build (it needs the toolkit's headers); build it by
-// hand after the library, from the repository root:
-//   g++ -O2 -std=c++17 -Iinclude -I/usr/include/ITK-5.2 bench/warp_itk.cpp \
-//       -Lbuild -llumre9-6.1 -llumcore64-6.1 -L/usr/lib -lITKCommon-5.2 \
-//       -litkvnl-5.2 -litkvnl_algo-5.2 -litksys-5.2 -litkv3p_netlib-5.2 \
-//       -lITKVNLInstantiation-5.2 -lITKTransform-5.2 -Wl,-rpath,build -o build/warp_itk
+// Built as build/bench/warp_itk when CMake finds the toolkit (Debian:
+// libinsighttoolkit5-dev); `warp_itk --json out.json` also writes the rows.
 #include <itkAffineTransform.h>
 #include <itkImage.h>
 #include <itkLinearInterpolateImageFunction.h>
@@ -19,6 +15,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <string>
 #include <vector>
 
 #include "lumr.h"
@@ -44,6 +42,8 @@ double bestSeconds(clockid_t clock, F&& f, int repeats = 5) {
     }
     return best;
 }
+
+std::string rows;  // JSON objects, comma-separated
 
 template <class T>
 void run(const char* name) {
@@ -105,13 +105,32 @@ void run(const char* name) {
         const double mine = voxels / bestSeconds(clock, lumr) / 1e6;
         std::printf("%s linear, %d thread(s) (%s): peer %.1f Mvoxel/s, lumr %.1f Mvoxel/s, ratio %.2fx\n",
                     name, threads, threads == 1 ? "cpu" : "wall", peer, mine, mine / peer);
+        char row[320];
+        std::snprintf(row, sizeof row,
+                      "%s{\"case\": \"%s linear\", \"unit\": \"Mvoxel/s\", \"lumr\": %.6g, "
+                      "\"peer\": %.6g, \"peer_name\": \"ITK ResampleImageFilter linear\", "
+                      "\"clock\": \"%s\", \"threads\": %d}",
+                      rows.empty() ? "" : ",\n ", name, mine, peer,
+                      threads == 1 ? "cpu" : "wall", threads);
+        rows += row;
     }
 }
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    const char* json = argc == 3 && std::strcmp(argv[1], "--json") == 0 ? argv[2] : nullptr;
+    if (argc != 1 && !json) {
+        std::fprintf(stderr, "usage: %s [--json out.json]\n", argv[0]);
+        return 2;
+    }
     run<unsigned char>("8u");
     run<float>("32f");
+    if (json) {
+        FILE* out = std::fopen(json, "w");
+        if (!out) return 1;
+        std::fprintf(out, "[%s]\n", rows.c_str());
+        std::fclose(out);
+    }
     return 0;
 }

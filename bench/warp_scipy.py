@@ -6,18 +6,29 @@ centre (as in bench/warp_bench.cpp), into a 256 x 256 x 32 box in the middle.
 Runs lumrWarpAffine_{8u,16u,32f}_C1PV (ctypes over build/liblumre9-6.1.so) and
 affine_transform (order 1, and order 3 without prefilter) in the same process
 and prints Mvoxel/s and the ratios.  Usage:
-    bench/warp_scipy.py [build-dir] [repeats]
+    bench/warp_scipy.py [build-dir] [repeats] [--type 8u ...] [--code 2 ...]
+                        [--no-threads] [--json out.json]
 """
+import argparse
 import ctypes
+import json
 import os
-import sys
 import time
 
 import numpy as np
 from scipy import ndimage
 
-BUILD = sys.argv[1] if len(sys.argv) > 1 else os.path.join(os.path.dirname(__file__), "..", "build")
-REPEATS = int(sys.argv[2]) if len(sys.argv) > 2 else 3
+AP = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+AP.add_argument("build", nargs="?", default=os.path.join(os.path.dirname(__file__), "..", "build"))
+AP.add_argument("repeats", nargs="?", type=int, default=3)
+AP.add_argument("--type", action="append", choices=["8u", "16u", "32f"],
+                help="sample type(s) to run (default: all)")
+AP.add_argument("--code", action="append", type=int, choices=[1, 2, 4, 5, 6, 7],
+                help="interpolation code(s) to run (default: all)")
+AP.add_argument("--no-threads", action="store_true", help="skip the wall-clock thread scaling")
+AP.add_argument("--json", help="also write the rows to this file")
+ARGS = AP.parse_args()
+BUILD, REPEATS = ARGS.build, ARGS.repeats
 N, DZ, Z0 = 256, 32, 112
 
 core = ctypes.CDLL(os.path.join(BUILD, "liblumcore64-6.1.so"), mode=ctypes.RTLD_GLOBAL)
@@ -75,7 +86,10 @@ def main():
     sv, box, dbox = Volume(N, N, N), Box(0, 0, 0, N, N, N), Box(0, 0, Z0, N, N, DZ)
     names = {1: "nearest", 2: "linear", 4: "lagrange", 5: "bspline", 6: "catmullrom", 7: "cubicbc"}
     print(f"20 degrees about z, scale 1.2, {N}x{N}x{DZ} box of a {N}^3 volume, best of {REPEATS}, Mvoxel/s")
+    rows = []
     for dtype, suffix in ((np.uint8, "8u"), (np.uint16, "16u"), (np.float32, "32f")):
+        if ARGS.type and suffix not in ARGS.type:
+            continue
         src = source(dtype)
         dst = np.zeros((N, N, N), dtype)
         ps, pd = planes(src), planes(dst)
@@ -83,25 +97,32 @@ def main():
         size = src.itemsize
         peer = {}
         out = np.zeros((DZ, N, N), dtype)
-        for order in (1, 3):
+        codes = ARGS.code or (1, 2, 4, 5, 6, 7)
+        for order in sorted({1 if code <= 2 else 3 for code in codes}):
             peer[order] = voxels / best(lambda: ndimage.affine_transform(
                 src, flip, offset=offset, output=out, order=order, prefilter=False)) / 1e6
-        print(f"{suffix}: scipy order 1 {peer[1]:.1f}, order 3 {peer[3]:.1f}")
-        for code in (1, 2, 4, 5, 6, 7):
+        print(f"{suffix}: scipy " + ", ".join(f"order {o} {r:.1f}" for o, r in sorted(peer.items())))
+        for code in codes:
             rate = {}
-            for threads in (1, 2):
+            call = lambda: fn(ps, ctypes.byref(sv), N * size, ctypes.byref(box), pd, N * size,
+                              ctypes.byref(dbox), coeffs, code)
+            for threads in () if ARGS.no_threads else (1, 2):
                 core.lumSetNumThreads(threads)
-                call = lambda: fn(ps, ctypes.byref(sv), N * size, ctypes.byref(box), pd, N * size,
-                                  ctypes.byref(dbox), coeffs, code)
                 rate[threads] = voxels / best(call, time.perf_counter) / 1e6
             core.lumSetNumThreads(1)
             cpu = voxels / best(call) / 1e6
-            base = peer[1] if code <= 2 else peer[3]
+            order = 1 if code <= 2 else 3
+            base = peer[order]
+            scaling = "" if ARGS.no_threads else (
+                f"; wall 1 thread {rate[1]:7.1f}, 2 threads {rate[2]:7.1f} ({rate[2] / rate[1]:.2f}x)")
             print(f"{suffix} {names[code]:>10}: 1 thread {cpu:7.1f} cpu ({cpu / base:5.2f}x scipy order "
-                  f"{1 if code <= 2 else 3}); wall 1 thread {rate[1]:7.1f}, 2 threads {rate[2]:7.1f} "
-                  f"({rate[2] / rate[1]:.2f}x)")
+                  f"{order}){scaling}")
+            rows.append({"case": f"{suffix} {names[code]}", "unit": "Mvoxel/s", "lumr": cpu,
+                         "peer": base, "clock": "cpu", "threads": 1,
+                         "peer_name": "scipy.ndimage.affine_transform order %d%s"
+                                      % (order, ", no prefilter" if order == 3 else "")})
         # Same samples from both where both write (inside the source).
-        if dtype == np.float32:
+        if dtype == np.float32 and 2 in codes:
             core.lumSetNumThreads(1)
             fn(ps, ctypes.byref(sv), N * size, ctypes.byref(box), pd, N * size, ctypes.byref(dbox),
                coeffs, 2)
@@ -111,6 +132,10 @@ def main():
             both = ~np.isnan(out)
             print(f"32f linear, largest difference from scipy where it samples inside: "
                   f"{np.max(np.abs(mine[both] - out[both])):.3g}")
+
+    if ARGS.json:
+        with open(ARGS.json, "w") as out:
+            json.dump(rows, out, indent=1)
 
 
 if __name__ == "__main__":
