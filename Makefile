@@ -31,8 +31,9 @@ build: configure
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-bench: build
+bench:
 	@tools/install-deps.sh bench
+	@$(MAKE) --no-print-directory build
 	@tools/run-bench.sh $(BUILD)
 
 install: build
