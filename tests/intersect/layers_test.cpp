@@ -8,56 +8,28 @@
 
 namespace {
 
-// A grid of rays sharing one origin, with `depth` layers of outputs.
-struct LayerGrid {
-    Lum32s width, height, depth;
-    Stream<Lum32f> dx, dy, dz, dist, u, v;
-    Stream<Lum32s> tri;
-    LayerGrid(Lum32s w, Lum32s h, Lum32s d, size_t shift = 0)
-        : width(w), height(h), depth(d), dx(plane(), shift), dy(plane(), shift), dz(plane(), shift),
-          dist(all(), shift), u(all(), shift), v(all(), shift), tri(all(), shift) {
-        dist.fill(-3.0f), u.fill(-7.0f), v.fill(-7.0f), tri.fill(-99);
-    }
-    size_t plane() const { return size_t(width) * size_t(height); }
-    size_t all() const { return plane() * size_t(depth); }
-    size_t at(Lum32s layer, size_t i) const { return size_t(layer) * plane() + i; }
-    void run(const Lum32f o[3], const LumRayScene& s) {
-        LumPlanes3 d{dx.data(), dy.data(), dz.data()};
-        Lum32f* hit[2] = {u.data(), v.data()};
-        const LumVolume roi{width, height, depth};
-        EXPECT_EQ(lumrIntersectMultipleSO_32f(o, &d, dist.data(), hit, tri.data(), &roi, &s),
-                  lumStatusOk);
-    }
-};
+constexpr Lum32f kFar = 3.4028235e38f;  // where a layer after a hit starts
 
-// Quads of two triangles each over [-1, 1]^2 at z = 1, 2, ..., count; the
+// Quads of two triangles each over [-1, 1]^2 at z = 1, 2, ..., 5; the
 // diagonal runs from (-1,-1) to (1,1), and triangle 2k + 1 lies above it.
-RefMesh QuadStack(int count) {
+TEST(IntersectLayers, StackOfParallelQuads) {
     RefMesh m;
-    for (int k = 0; k < count; ++k) {
+    for (int k = 0; k < 5; ++k) {
         const Lum32f z = Lum32f(k + 1);
         m.verts.insert(m.verts.end(), {-1, -1, z, 1, -1, z, 1, 1, z, -1, 1, z});
-        const Lum32s b = 4 * k;
-        m.tris.insert(m.tris.end(), {b, b + 1, b + 2, 0, b, b + 2, b + 3, 0});
+        m.tris.insert(m.tris.end(), {4 * k, 4 * k + 1, 4 * k + 2, 0, 4 * k, 4 * k + 2, 4 * k + 3, 0});
     }
-    return m;
-}
-
-TEST(IntersectLayers, StackOfParallelQuads) {
     const Lum32f o[3] = {0.013f, 0.021f, 0.0f};
     for (TreeKind kind : {TreeKind::List, TreeKind::Median3}) {
-        Scene s(QuadStack(5), kind);
+        Scene s(m, kind);
         for (int packet = 0; packet < 2; ++packet) {
-            // Seven layers for five quads: two layers too many.
-            LayerGrid g(packet ? 4 : 3, packet ? 4 : 1, 7);
-            for (size_t i = 0; i < g.plane(); ++i) {  // each ray stays above the diagonal
-                g.dx[i] = 0.01f + 0.001f * Lum32f(i);
-                g.dy[i] = 0.03f + 0.001f * Lum32f(i);
-                g.dz[i] = 1.0f;
+            Grid g(packet ? 4 : 3, packet ? 4 : 1, 0, 7);  // two layers more than quads
+            for (size_t i = 0; i < g.n(); ++i) {  // each ray stays above the diagonal
+                g.dx[i] = 0.01f + 0.001f * Lum32f(i), g.dy[i] = 0.03f + 0.001f * Lum32f(i), g.dz[i] = 1.0f;
+                g.dist[i] = 1e30f;
             }
-            for (size_t i = 0; i < g.plane(); ++i) g.dist[i] = 1e30f;
-            g.run(o, s.scene);
-            for (size_t i = 0; i < g.plane(); ++i) {
+            g.runLayers(o, s.scene);
+            for (size_t i = 0; i < g.n(); ++i) {
                 for (Lum32s l = 0; l < 5; ++l) {
                     // Layer l meets z = l + 1 at t = l + 1, measured from the origin.
                     ASSERT_EQ(g.tri[g.at(l, i)], 2 * l + 1) << "layer " << l << " ray " << i;
@@ -71,7 +43,7 @@ TEST(IntersectLayers, StackOfParallelQuads) {
                 // No sixth hit: layer 5 says so and starts from the far
                 // distance; layer 6 is never written.
                 EXPECT_EQ(g.tri[g.at(5, i)], -1);
-                EXPECT_EQ(g.dist[g.at(5, i)], 3.4028235e38f);
+                EXPECT_EQ(g.dist[g.at(5, i)], kFar);
                 EXPECT_EQ(g.tri[g.at(6, i)], -1);
                 EXPECT_EQ(g.dist[g.at(6, i)], -3.0f);
                 EXPECT_EQ(g.u[g.at(6, i)], -7.0f);
@@ -88,48 +60,40 @@ TEST(IntersectLayers, BothBodiesAgreeWithOrderedCrossings) {
         Scene s(refRandomMesh(seed++, 120, 0.4), kind);
         std::mt19937 rng(seed++);
         std::uniform_real_distribution<float> uni(-1, 1);
-        for (int layout = 0; layout < 3; ++layout) {
+        for (const Layout& lay : kLayouts) {
             const Lum32f o[3] = {2 * uni(rng), 2 * uni(rng), 2 * uni(rng)};
-            LayerGrid g(layout == 1 ? 15 : 16, 16, kDepth, layout == 2 ? 1 : 0);
-            for (size_t i = 0; i < g.plane(); ++i) {
+            Grid g(lay.width, 16, lay.shift, kDepth);
+            for (size_t i = 0; i < g.n(); ++i) {
                 // Aim near the middle of the scene so most rays cross several triangles.
-                g.dx[i] = 0.4f * uni(rng) - o[0], g.dy[i] = 0.4f * uni(rng) - o[1];
-                g.dz[i] = 0.4f * uni(rng) - o[2];
+                g.dx[i] = 0.4f * uni(rng) - o[0], g.dy[i] = 0.4f * uni(rng) - o[1], g.dz[i] = 0.4f * uni(rng) - o[2];
                 g.dist[i] = i % 9 == 4 ? 0.0f : 1e30f;  // a limit of 0 never hits
             }
-            g.run(o, s.scene);
-            for (size_t i = 0; i < g.plane(); ++i) {
-                const double od[3] = {o[0], o[1], o[2]}, dd[3] = {g.dx[i], g.dy[i], g.dz[i]};
+            g.runLayers(o, s.scene);
+            for (size_t i = 0; i < g.n(); ++i) {
                 if (i % 9 == 4) {
                     EXPECT_EQ(g.tri[i], -1);
                     EXPECT_EQ(g.dist[i], 0.0f);
                     EXPECT_EQ(g.dist[g.at(1, i)], -3.0f);
                     continue;
                 }
+                const double od[3] = {o[0], o[1], o[2]}, dd[3] = {g.dx[i], g.dy[i], g.dz[i]};
                 const RefCrossings c = refCrossings(s.mesh, od, dd, 0.0, 1e30);
-                const size_t want = std::min<size_t>(kDepth, c.hits.size());
-                if (c.ambiguous() && (want < size_t(kDepth) ||
-                                      c.firstAmbiguousT <= c.hits[want - 1].t * (1 + 1e-4) + 1e-4))
+                const Lum32s want = Lum32s(std::min<size_t>(kDepth, c.hits.size()));
+                if (c.ambiguous() && (want < kDepth || c.firstAmbiguousT <= c.hits[want - 1].t * (1 + 1e-4) + 1e-4))
                     continue;
                 ++robust;
-                for (size_t l = 0; l < want; ++l) {
-                    const size_t at = g.at(Lum32s(l), i);
+                for (Lum32s l = 0; l < kDepth; ++l) {
+                    const size_t at = g.at(l, i);
+                    if (l >= want) {  // the layer after the last hit starts far; later ones are untouched
+                        EXPECT_EQ(g.tri[at], -1);
+                        EXPECT_EQ(g.dist[at], l > want ? -3.0f : want > 0 ? kFar : 1e30f) << "layer " << l;
+                        continue;
+                    }
                     ASSERT_EQ(g.tri[at], c.hits[l].tri) << "layer " << l << " ray " << i;
-                    EXPECT_NEAR(g.dist[at], c.hits[l].t, 2e-4 * (1 + c.hits[l].t)) << "layout " << layout << " layer " << l;
+                    EXPECT_NEAR(g.dist[at], c.hits[l].t, 2e-4 * (1 + c.hits[l].t)) << "layer " << l;
                     EXPECT_NEAR(g.u[at], c.hits[l].u, 2e-3);
                     EXPECT_NEAR(g.v[at], c.hits[l].v, 2e-3);
                     ++layersSeen;
-                }
-                if (want < size_t(kDepth)) {
-                    const size_t at = g.at(Lum32s(want), i);
-                    EXPECT_EQ(g.tri[at], -1);
-                    if (want > 0) {
-                        EXPECT_EQ(g.dist[at], 3.4028235e38f);  // the layer after the last hit
-                    }
-                    for (size_t l = want + 1; l < size_t(kDepth); ++l) {
-                        EXPECT_EQ(g.tri[g.at(Lum32s(l), i)], -1);
-                        EXPECT_EQ(g.dist[g.at(Lum32s(l), i)], -3.0f);
-                    }
                 }
             }
         }

@@ -1,9 +1,6 @@
 // Surface normals: flat copies, interpolated normals in both bodies, and the
-// triangle normal table under one and two threads.
-#include <gtest/gtest.h>
+// triangle normal table against its double arithmetic under one and two threads.
 #include <immintrin.h>
-
-#include <cmath>
 
 #include "ray_buffers.h"
 
@@ -30,20 +27,16 @@ TEST(SurfFlatNormal, CopiesBitsInBothBodies) {
                 EXPECT_EQ(bitsOf(out[k][i]), i >= len ? bitsOf(kCanary) : hits[i] < 0 ? 0u : bitsOf(table[3 * hits[i] + k]))
                     << body << " " << i;
     }
-    Stream<Lum32f> table(3);
-    Stream<Lum32s> hits(4);
-    Planes canary(4, 0, kCanary);
-    EXPECT_EQ(lumrSurfFlatNormal_32f(nullptr, nullptr, &canary.pl, 4), lumStatusNullPtr);
-    EXPECT_EQ(lumrSurfFlatNormal_32f(table.p, nullptr, &canary.pl, 4), lumStatusNullPtr);
-    EXPECT_EQ(canary[0][0], kCanary);
-    EXPECT_EQ(lumrSurfFlatNormal_32f(table.p, hits.p, nullptr, 0), lumStatusOk);  // destination unchecked
 }
 
+// Deliberate: the loop divides by the square root, the vector body refines
+// the processor's estimate, so the two differ in the last bits; and at s
+// exactly 2^-23 only the loop still divides.
 TEST(SurfSmoothNormal, PlainDividesVectorRefinesRsqrt) {
     const int kStride = 5, n = 16;
     std::mt19937 rng(5);
-    Stream<Lum32f> vn(36), u0(n), u1(n, 1), v(n);
-    Stream<Lum32s> index(8 * kStride), hits(n);
+    Stream<Lum32f> vn(36), vnU(36, 1), u0(n), u1(n, 1), v(n);
+    Stream<Lum32s> index(8 * kStride), indexU(8 * kStride, 1), hits(n);
     fillUniform(vn.p, 36, rng, -1, 1);
     for (int i = 0; i < 8 * kStride; ++i) index[i] = i % kStride < 3 ? static_cast<Lum32s>(rng() % 12) : -99;
     std::copy(kHits, kHits + n, hits.p);
@@ -55,11 +48,16 @@ TEST(SurfSmoothNormal, PlainDividesVectorRefinesRsqrt) {
     index[4 * kStride] = 0, u0[8] = 1, v[8] = 0, vn[0] = vn[1] = std::ldexp(1.0f, -12), vn[2] = 0;
     index[5 * kStride] = 1, index[5 * kStride + 1] = 2, u0[12] = v[12] = 0.5f;
     for (int k = 0; k < 3; ++k) vn[6 + k] = -vn[3 + k];
-    std::copy(u0.p, u0.p + n, u1.p);
+    std::copy(u0.p, u0.p + n, u1.p), std::copy(vn.p, vn.p + 36, vnU.p);
+    std::copy(index.p, index.p + 8 * kStride, indexU.p);
     Planes out[2] = {Planes(n), Planes(n)};
-    for (int body = 0; body < 2; ++body) {  // vector, then plain through a misaligned u plane
-        Lum32f* hit[2] = {body ? u1.p : u0.p, v.p};
-        ASSERT_EQ(lumrSurfSmoothNormal_32f(vn.p, index.p, hits.p, hit, &out[body].pl, n, kStride), lumStatusOk);
+    // Vector, then plain through a misaligned u plane, vertex normal array
+    // or index array: all three are in the gate.
+    for (int body = 0; body < 4; ++body) {
+        Lum32f* hit[2] = {body == 1 ? u1.p : u0.p, v.p};
+        Planes& o = out[body > 0];
+        ASSERT_EQ(lumrSurfSmoothNormal_32f(body == 2 ? vnU.p : vn.p, body == 3 ? indexU.p : index.p, hits.p, hit,
+                                           &o.pl, n, kStride), lumStatusOk);
         for (int i = 0; i < n; ++i) {
             Lum32f m[3], want[3] = {0, 0, 0};
             if (hits[i] >= 0) {
@@ -73,41 +71,21 @@ TEST(SurfSmoothNormal, PlainDividesVectorRefinesRsqrt) {
                 for (int k = 0; k < 3; ++k)
                     want[k] = body == 0 ? m[k] * z : s < 1.1920929e-7f ? 0.0f : m[k] / std::sqrt(s);
             }
-            for (int k = 0; k < 3; ++k) EXPECT_EQ(bitsOf(out[body][k][i]), bitsOf(want[k])) << body << " " << i;
+            for (int k = 0; k < 3; ++k) EXPECT_EQ(bitsOf(o[k][i]), bitsOf(want[k])) << body << " " << i;
         }
     }
-    // At exactly 2^-23 only the plain loop still divides; opposite normals give
-    // zero in both; elsewhere the two bodies agree closely.
     EXPECT_EQ(out[0][0][8], 0.0f);
     EXPECT_NEAR(out[1][0][8], std::sqrt(0.5f), 1e-6f);
-    EXPECT_EQ(out[0][0][12], 0.0f); EXPECT_EQ(out[1][0][12], 0.0f);
-    for (int i : {4, 5, 6, 7, 10, 13, 14, 15})
-        for (int k = 0; k < 3; ++k) EXPECT_NEAR(out[0][k][i], out[1][k][i], 2e-6f) << i;
-    Lum32f* hit[2] = {u0.p, v.p};
-    Planes canary(4, 0, kCanary);
-    EXPECT_EQ(lumrSurfSmoothNormal_32f(nullptr, index.p, hits.p, hit, nullptr, 4, 3), lumStatusNullPtr);
-    EXPECT_EQ(lumrSurfSmoothNormal_32f(vn.p, index.p, hits.p, nullptr, &canary.pl, 4, 3), lumStatusNullPtr);
-    EXPECT_EQ(canary[0][0], kCanary);
+    EXPECT_EQ(out[0][0][12], 0.0f); EXPECT_EQ(out[1][0][12], 0.0f);  // opposite normals: zero in both
 }
 
-struct ThreadCount {
-    explicit ThreadCount(Lum32s n) { lumSetNumThreads(n); }
-    ~ThreadCount() { lumSetNumThreads(saved); }
-    Lum32s saved = lumGetNumThreads();
-};
-
-std::vector<Lum32f> triangleNormals(const std::vector<Lum32f>& verts, const std::vector<Lum32s>& tris, Lum32s threads) {
-    ThreadCount t(threads);
-    std::vector<Lum32f> out(3 * tris.size() / 4, kCanary);
-    EXPECT_EQ(lumrTriangleNormal_32f(verts.data(), tris.data(), out.data(), tris.size() / 4), lumStatusOk);
-    return out;
-}
-
-TEST(TriangleNormal, UnitOrientedAndThreadIndependent) {
+// Worked in double from widened vertices and rounded once: the float
+// evaluation of the same steps differs on some triangles.
+TEST(TriangleNormal, RoundsOnceFromDoubleWhateverTheThreads) {
     const int nv = 3000, nt = 20000;
     std::mt19937 rng(9);
     std::vector<Lum32f> verts(3 * nv);
-    fillUniform(verts.data(), 3 * nv, rng, -10, 10);
+    fillUniform(verts.data(), 3 * nv, rng, -100, 100);
     std::vector<Lum32s> tris(4 * nt);
     for (int i = 0; i < 4 * nt; ++i) tris[i] = i % 4 == 3 ? -1 : static_cast<Lum32s>(rng() % nv);
     // Counter-clockwise seen from +z; legs 2^-13 (s = 2^-52 exactly, kept);
@@ -117,30 +95,36 @@ TEST(TriangleNormal, UnitOrientedAndThreadIndependent) {
     verts.insert(verts.end(), std::begin(extra), std::end(extra));
     const Lum32s special[] = {nv, nv + 1, nv + 2, 0, nv + 3, nv + 4, nv, 0, nv + 5, nv + 4, nv, 0, nv + 6, nv + 7, nv + 8, 0};
     tris.insert(tris.end(), std::begin(special), std::end(special));
-    const std::vector<Lum32f> one = triangleNormals(verts, tris, 1);
-    ASSERT_EQ(0, std::memcmp(one.data(), triangleNormals(verts, tris, 2).data(), one.size() * 4));
+    std::vector<Lum32f> one(3 * (nt + 4), kCanary), two(one.size(), kCanary);
+    const Lum32s saved = lumGetNumThreads();
+    for (std::vector<Lum32f>* out : {&one, &two}) {
+        lumSetNumThreads(out == &one ? 1 : 2);
+        ASSERT_EQ(lumrTriangleNormal_32f(verts.data(), tris.data(), out->data(), nt + 4), lumStatusOk);
+    }
+    lumSetNumThreads(saved);
+    ASSERT_EQ(0, std::memcmp(one.data(), two.data(), one.size() * 4));
+    int differ = 0;
     for (int t = 0; t < nt; ++t) {
-        const Lum32f* n = &one[3 * t];
-        const double len = std::sqrt(double(n[0]) * n[0] + double(n[1]) * n[1] + double(n[2]) * n[2]);
-        if (len == 0.0) continue;  // a repeated vertex
-        EXPECT_NEAR(len, 1.0, 1e-6);
-        const Lum32f* p2 = &verts[3 * tris[4 * t + 2]];
-        for (int e = 0; e < 2; ++e) {  // perpendicular to both edges from p2
-            const Lum32f* p = &verts[3 * tris[4 * t + e]];
-            const double d[3] = {double(p[0]) - p2[0], double(p[1]) - p2[1], double(p[2]) - p2[2]};
-            EXPECT_NEAR((n[0] * d[0] + n[1] * d[1] + n[2] * d[2]) / std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]), 0.0, 1e-5);
+        const Lum32f *p0 = &verts[3 * tris[4 * t]], *p1 = &verts[3 * tris[4 * t + 1]], *p2 = &verts[3 * tris[4 * t + 2]];
+        double a[3], b[3];
+        float af[3], bf[3];
+        for (int k = 0; k < 3; ++k) {
+            a[k] = double(p0[k]) - p2[k], b[k] = double(p1[k]) - p2[k];
+            af[k] = p0[k] - p2[k], bf[k] = p1[k] - p2[k];
+        }
+        const double nn[3] = {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+        const float nf[3] = {af[1] * bf[2] - af[2] * bf[1], af[2] * bf[0] - af[0] * bf[2], af[0] * bf[1] - af[1] * bf[0]};
+        const double s = (nn[0] * nn[0] + nn[1] * nn[1]) + nn[2] * nn[2];
+        const float rf = std::sqrt((nf[0] * nf[0] + nf[1] * nf[1]) + nf[2] * nf[2]);
+        for (int k = 0; k < 3; ++k) {
+            const Lum32f want = s < std::ldexp(1.0, -52) ? 0.0f : static_cast<Lum32f>(nn[k] / std::sqrt(s));
+            EXPECT_EQ(bitsOf(one[3 * t + k]), bitsOf(want)) << t << " " << k;
+            differ += want != nf[k] / rf;
         }
     }
+    EXPECT_GT(differ, 0);
     const Lum32f up[12] = {0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0};
     for (int i = 0; i < 12; ++i) EXPECT_EQ(bitsOf(one[3 * nt + i]), bitsOf(up[i])) << i;
-    std::vector<Lum32f> canary(6, kCanary);
-    for (Lum32s empty : {0, -3}) {
-        ThreadCount t(2);
-        EXPECT_EQ(lumrTriangleNormal_32f(verts.data(), tris.data(), canary.data(), empty), lumStatusOk);
-    }
-    EXPECT_EQ(lumrTriangleNormal_32f(nullptr, tris.data(), nullptr, 2), lumStatusNullPtr);
-    EXPECT_EQ(lumrTriangleNormal_32f(verts.data(), nullptr, canary.data(), 2), lumStatusNullPtr);
-    EXPECT_EQ(canary[0], kCanary); EXPECT_EQ(canary[5], kCanary);
 }
 
 }  // namespace
