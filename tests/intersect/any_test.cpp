@@ -1,5 +1,6 @@
 // Any hit along segments from a shared origin: the ends of the segment,
-// already-dark rays, and agreement of both bodies with the reference.
+// already-dark rays, agreement of both bodies with the reference, and the
+// renderer's shadow chain.
 #include <random>
 
 #include "scene_fixture.h"
@@ -92,6 +93,57 @@ TEST(IntersectAny, BothBodiesAgreeWithReference) {
     }
     EXPECT_GT(robust, 7000);
     EXPECT_GT(blocked, 1600);
+}
+
+// The renderer's shadow chain, every step through the library: eye hits,
+// hit points pulled back towards the eye, flat normals turned to face the
+// eye, shadow rays from the light, then any hit.  A lane still lit after the
+// shadow-ray step is blocked exactly when the reference finds a crossing
+// strictly inside its segment; a lane that went dark stays dark.
+TEST(IntersectAny, ShadowChainFromPrimaryHits) {
+    Scene s(refRandomMesh(123, 200, 0.35), TreeKind::Median3);
+    const Lum32f eye[3] = {0.05f, 0.1f, -3.0f}, light[3] = {1.5f, 2.5f, -1.0f};
+    Grid g(16, 16);
+    for (Lum32s y = 0; y < 16; ++y)
+        for (Lum32s x = 0; x < 16; ++x) {
+            const Lum32f d[3] = {(x + 0.5f) / 16 - 0.52f, (y + 0.5f) / 16 - 0.53f, 1.0f};
+            g.setRay(size_t(y) * 16 + x, eye, d);
+        }
+    g.resetOutputs(1e30f);
+    g.runNearest(s.scene, eye);
+    const size_t n = g.n();
+    const Lum32s nTri = Lum32s(s.mesh.tris.size() / 4);
+    std::vector<Lum32f> triNormals(3 * size_t(nTri));
+    ASSERT_EQ(lumrTriangleNormal_32f(s.mesh.verts.data(), s.mesh.tris.data(), triNormals.data(), nTri),
+              lumStatusOk);
+    Stream<Lum32f> px(n), py(n), pz(n), nx(n), ny(n), nz(n), facing(n), lightDot(n), sx(n), sy(n), sz(n);
+    Stream<Lum32s> mask(g.tri), occ(n);
+    LumPlanes3 dir = g.dir(), points{px.data(), py.data(), pz.data()}, normal{nx.data(), ny.data(), nz.data()},
+               rays{sx.data(), sy.data(), sz.data()};
+    ASSERT_EQ(lumrHitPoint3DEpsS0_32f_M(eye, &dir, g.dist.data(), mask.data(), &points, Lum32s(n), 0.999f),
+              lumStatusOk);
+    ASSERT_EQ(lumrSurfFlatNormal_32f(triNormals.data(), mask.data(), &normal, Lum32s(n)), lumStatusOk);
+    ASSERT_EQ(lumrDotChangeNorm_32f_IM(&dir, mask.data(), &normal, facing.data(), Lum32s(n)), lumStatusOk);
+    ASSERT_EQ(lumrCastShadowSO_32f(light, facing.data(), &normal, &points, mask.data(), lightDot.data(),
+                                   &rays, Lum32s(n)),
+              lumStatusOk);
+    Stream<Lum32s> before(mask);
+    ASSERT_EQ(lumrIntersectAnySO_32f(light, &rays, occ.data(), mask.data(), {16, 16}, &s.scene), lumStatusOk);
+    int checked = 0, blocked = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (before[i] < 0) {
+            EXPECT_LT(mask[i], 0) << i;
+            continue;
+        }
+        const double o[3] = {light[0], light[1], light[2]}, d[3] = {sx[i], sy[i], sz[i]};
+        const RefCrossings c = refCrossings(s.mesh, o, d, 0.0, 1.0);
+        if (c.hits.empty() && c.ambiguous()) continue;
+        ++checked;
+        blocked += !c.hits.empty();
+        EXPECT_EQ(mask[i] < 0, !c.hits.empty()) << i;
+    }
+    EXPECT_GT(checked, 20);
+    EXPECT_GT(blocked, 0);
 }
 
 }  // namespace
