@@ -15,10 +15,6 @@ float Source::at(int32_t x, int32_t y, int32_t z) const {
     }
 }
 
-namespace {
-
-}  // namespace
-
 double cubicFilter(int32_t code, double t) {
     if (code == 4) {
         if (t < 1) return (t - 1) * (t + 1) * (t - 2) / 2;
@@ -161,36 +157,16 @@ void cubicTable(int32_t code, float table[208]) {
     for (int32_t k = 0; k < 208; ++k) table[k] = k <= 200 ? static_cast<float>(cubicFilter(code, k / 100.0)) + 0.0f : 0.0f;
 }
 
-Result remapSample(const Source& s, const LumSampleBounds& b, int32_t code, float X, float Y,
-                   float Z) {
-    const bool inX = X >= static_cast<float>(b.xMin) && X <= static_cast<float>(b.xMax);
-    const bool inY = Y >= static_cast<float>(b.yMin) && Y <= static_cast<float>(b.yMax);
-    const bool inZ = Z >= static_cast<float>(b.zMin) && Z <= static_cast<float>(b.zMax);
-    if (!(inX && inY && inZ)) return {false, 0};
-    if (code == 1) {
-        const float v = s.at(static_cast<int32_t>(std::nearbyint(X)), static_cast<int32_t>(std::nearbyint(Y)),
-                             static_cast<int32_t>(std::nearbyint(Z)));
-        return {true, s.type == SampleType::F32 ? bitsOf(v) : static_cast<uint32_t>(v)};
-    }
-    int32_t i = static_cast<int32_t>(X), j = static_cast<int32_t>(Y), k = static_cast<int32_t>(Z);
-    if (code == 2) {
-        if (i == b.xMax) --i;
-        if (j == b.yMax) --j;
-        if (k == b.zMax) --k;
-        return {true, storeLinear(s.type, linear(s, i, j, k, X - static_cast<float>(i),
-                                                 Y - static_cast<float>(j), Z - static_cast<float>(k)))};
-    }
-    bool border = false;
-    const float c = cubic(s, b, tables().t[code], i, j, k, X - static_cast<float>(i),
-                          Y - static_cast<float>(j), Z - static_cast<float>(k), &border);
-    return {true, storeCubic(s.type, c, border, true)};
-}
+namespace {
 
-Result warpSample(const Source& s, const LumSampleBounds& b, int32_t code, double X, double Y,
-                  double Z) {
-    const bool inX = X >= b.xMin && X <= b.xMax;
-    const bool inY = Y >= b.yMin && Y <= b.yMax;
-    const bool inZ = Z >= b.zMin && Z <= b.zMax;
+// Remap and the warp differ only in the type of the position, which the range
+// test, the nearest rounding and the indices take as it is while the
+// fractions take it rounded to float, and in the 32f cubic border.
+template <class P>
+Result sample(const Source& s, const LumSampleBounds& b, int32_t code, P X, P Y, P Z, bool truncate32f) {
+    const bool inX = X >= static_cast<P>(b.xMin) && X <= static_cast<P>(b.xMax);
+    const bool inY = Y >= static_cast<P>(b.yMin) && Y <= static_cast<P>(b.yMax);
+    const bool inZ = Z >= static_cast<P>(b.zMin) && Z <= static_cast<P>(b.zMax);
     if (!(inX && inY && inZ)) return {false, 0};
     if (code == 1) {
         const float v = s.at(static_cast<int32_t>(std::nearbyint(X)), static_cast<int32_t>(std::nearbyint(Y)),
@@ -209,7 +185,19 @@ Result warpSample(const Source& s, const LumSampleBounds& b, int32_t code, doubl
     bool border = false;
     const float c = cubic(s, b, tables().t[code], i, j, k, xf - static_cast<float>(i),
                           yf - static_cast<float>(j), zf - static_cast<float>(k), &border);
-    return {true, storeCubic(s.type, c, border, false)};
+    return {true, storeCubic(s.type, c, border, truncate32f)};
+}
+
+}  // namespace
+
+Result remapSample(const Source& s, const LumSampleBounds& b, int32_t code, float X, float Y,
+                   float Z) {
+    return sample<float>(s, b, code, X, Y, Z, true);
+}
+
+Result warpSample(const Source& s, const LumSampleBounds& b, int32_t code, double X, double Y,
+                  double Z) {
+    return sample<double>(s, b, code, X, Y, Z, false);
 }
 
 }  // namespace ref

@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -182,53 +185,64 @@ template Lum32f refLinearSample<Lum32f>(const ResizeCase&, const Lum32f*, int, i
 
 namespace {
 
-LumStatus callV(const Lum8u* s, const LumVolume* v, Lum32s ss, Lum32s sp, const LumBox* sb,
-                Lum8u* d, Lum32s ds, Lum32s dp, const LumBox* db, const double* f,
-                const double* sh, int code, Lum8u* buf) {
-    return lumrResize_8u_C1V(s, v, ss, sp, sb, d, ds, dp, db, f[0], f[1], f[2], sh[0], sh[1],
-                             sh[2], code, buf);
+// The C1V and C1PV entry points of a sample type; f and sh are the factors
+// and shifts.
+template <class T, class... A>
+LumStatus callV(const T* s, const double* f, const double* sh, Lum32s code, Lum8u* buf, A... a) {
+    if constexpr (sizeof(T) == 1)
+        return lumrResize_8u_C1V(s, a..., f[0], f[1], f[2], sh[0], sh[1], sh[2], code, buf);
+    else if constexpr (sizeof(T) == 2)
+        return lumrResize_16u_C1V(s, a..., f[0], f[1], f[2], sh[0], sh[1], sh[2], code, buf);
+    else
+        return lumrResize_32f_C1V(s, a..., f[0], f[1], f[2], sh[0], sh[1], sh[2], code, buf);
 }
-LumStatus callV(const Lum16u* s, const LumVolume* v, Lum32s ss, Lum32s sp, const LumBox* sb,
-                Lum16u* d, Lum32s ds, Lum32s dp, const LumBox* db, const double* f,
-                const double* sh, int code, Lum8u* buf) {
-    return lumrResize_16u_C1V(s, v, ss, sp, sb, d, ds, dp, db, f[0], f[1], f[2], sh[0], sh[1],
-                              sh[2], code, buf);
-}
-LumStatus callV(const Lum32f* s, const LumVolume* v, Lum32s ss, Lum32s sp, const LumBox* sb,
-                Lum32f* d, Lum32s ds, Lum32s dp, const LumBox* db, const double* f,
-                const double* sh, int code, Lum8u* buf) {
-    return lumrResize_32f_C1V(s, v, ss, sp, sb, d, ds, dp, db, f[0], f[1], f[2], sh[0], sh[1],
-                              sh[2], code, buf);
-}
-LumStatus callPV(const Lum8u* const* s, const LumVolume* v, Lum32s ss, const LumBox* sb,
-                 Lum8u* const* d, Lum32s ds, const LumBox* db, const double* f,
-                 const double* sh, int code, Lum8u* buf) {
-    return lumrResize_8u_C1PV(s, v, ss, sb, d, ds, db, f[0], f[1], f[2], sh[0], sh[1], sh[2],
-                              code, buf);
-}
-LumStatus callPV(const Lum16u* const* s, const LumVolume* v, Lum32s ss, const LumBox* sb,
-                 Lum16u* const* d, Lum32s ds, const LumBox* db, const double* f,
-                 const double* sh, int code, Lum8u* buf) {
-    return lumrResize_16u_C1PV(s, v, ss, sb, d, ds, db, f[0], f[1], f[2], sh[0], sh[1], sh[2],
-                               code, buf);
-}
-LumStatus callPV(const Lum32f* const* s, const LumVolume* v, Lum32s ss, const LumBox* sb,
-                 Lum32f* const* d, Lum32s ds, const LumBox* db, const double* f,
-                 const double* sh, int code, Lum8u* buf) {
-    return lumrResize_32f_C1PV(s, v, ss, sb, d, ds, db, f[0], f[1], f[2], sh[0], sh[1], sh[2],
-                               code, buf);
+template <class T, class... A>
+LumStatus callPV(const T* const* s, const double* f, const double* sh, Lum32s code, Lum8u* buf, A... a) {
+    if constexpr (sizeof(T) == 1)
+        return lumrResize_8u_C1PV(s, a..., f[0], f[1], f[2], sh[0], sh[1], sh[2], code, buf);
+    else if constexpr (sizeof(T) == 2)
+        return lumrResize_16u_C1PV(s, a..., f[0], f[1], f[2], sh[0], sh[1], sh[2], code, buf);
+    else
+        return lumrResize_32f_C1PV(s, a..., f[0], f[1], f[2], sh[0], sh[1], sh[2], code, buf);
 }
 
-// Dense <-> upside-down, back-to-front storage.
+// A volume as an entry point sees it: rows of w + 2 samples, planes of h + 1
+// rows, upright or upside down and back to front, the padding holding 0x5A
+// bytes ('Z').  Byte steps carry sizeof(T) - 1 bytes beyond their whole samples,
+// which the entry points drop by an arithmetic shift, also when negative.
 template <class T>
-std::vector<T> flip(const std::vector<T>& v, int w, int h, int d) {
-    std::vector<T> out(v.size());
-    for (int z = 0; z < d; ++z)
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x)
-                out[((size_t)(d - 1 - z) * h + (h - 1 - y)) * w + x] = v[((size_t)z * h + y) * w + x];
-    return out;
-}
+struct Stored {
+    int w, h, d, sign;
+    std::vector<T> mem;
+    Stored(const std::vector<T>& dense, int w_, int h_, int d_, bool flipped)
+        : w(w_), h(h_), d(d_), sign(flipped ? -1 : 1), mem(size_t(w_ + 2) * (h_ + 1) * d_) {
+        std::memset(mem.data(), 0x5A, mem.size() * sizeof(T));
+        for (int z = 0; z < d; ++z)
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) mem[at(x, y, z)] = dense[(size_t(z) * h + y) * w + x];
+    }
+    size_t at(int x, int y, int z) const {
+        return (size_t(sign > 0 ? z : d - 1 - z) * (h + 1) + (sign > 0 ? y : h - 1 - y)) * (w + 2) + x;
+    }
+    T* plane(int z) { return mem.data() + at(0, 0, z); }
+    Lum32s step() const { return sign * (w + 2) * Lum32s(sizeof(T)) + Lum32s(sizeof(T)) - 1; }
+    Lum32s planeStep() const {
+        return sign * (w + 2) * (h + 1) * Lum32s(sizeof(T)) + Lum32s(sizeof(T)) - 1;
+    }
+    // The dense samples back; false if anything beyond a row was written.
+    bool takeOut(std::vector<T>& dense) const {
+        bool intact = true;
+        const T* p = mem.data();
+        for (int z = 0; z < d; ++z)
+            for (int r = 0; r <= h; ++r)
+                for (int x = 0; x < w + 2; ++x, ++p)
+                    if (r == h || x >= w) intact = intact && std::memcmp(p, "ZZZZ", sizeof(T)) == 0;
+        for (int z = 0; z < d; ++z)
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) dense[(size_t(z) * h + y) * w + x] = mem[at(x, y, z)];
+        return intact;
+    }
+};
 
 }  // namespace
 
@@ -241,27 +255,22 @@ LumStatus refRunResize(const ResizeCase& c, const std::vector<T>& src, std::vect
     // An exact block: new[] of the size, so an overrun hits the redzone.
     std::vector<Lum8u> raw(static_cast<size_t>(size) + misalign);
     Lum8u* buf = raw.data() + misalign;
-    const int w = c.vol.width, h = c.vol.height, d = c.vol.depth;
-    const int dw = c.dstVol.width, dh = c.dstVol.height, dd = c.dstVol.depth;
-    const Lum32s ss = w * (Lum32s)sizeof(T), sp = ss * h;
-    const Lum32s ds = dw * (Lum32s)sizeof(T), dp = ds * dh;
-    if (form == ResizeForm::V)
-        return callV(src.data(), &c.vol, ss, sp, &c.srcBox, dst.data(), ds, dp, &c.dstBox,
-                     c.factor, c.shift, code, buf);
+    const bool neg = form == ResizeForm::VNegative;
+    Stored<T> s(src, c.vol.width, c.vol.height, c.vol.depth, neg);
+    Stored<T> o(dst, c.dstVol.width, c.dstVol.height, c.dstVol.depth, neg);
+    LumStatus st;
     if (form == ResizeForm::PV) {
-        std::vector<const T*> sp_(d);
-        std::vector<T*> dp_(dd);
-        for (int z = 0; z < d; ++z) sp_[z] = src.data() + (size_t)z * w * h;
-        for (int z = 0; z < dd; ++z) dp_[z] = dst.data() + (size_t)z * dw * dh;
-        return callPV(sp_.data(), &c.vol, ss, &c.srcBox, dp_.data(), ds, &c.dstBox, c.factor,
-                      c.shift, code, buf);
+        std::vector<const T*> sp(s.d);
+        std::vector<T*> dp(o.d);
+        for (int z = 0; z < s.d; ++z) sp[z] = s.plane(z);
+        for (int z = 0; z < o.d; ++z) dp[z] = o.plane(z);
+        st = callPV<T>(sp.data(), c.factor, c.shift, code, buf, &c.vol, s.step(), &c.srcBox, dp.data(),
+                    o.step(), &c.dstBox);
+    } else {
+        st = callV<T>(s.plane(0), c.factor, c.shift, code, buf, &c.vol, s.step(), s.planeStep(),
+                      &c.srcBox, o.plane(0), o.step(), o.planeStep(), &c.dstBox);
     }
-    std::vector<T> fs = flip(src, w, h, d), fd = flip(dst, dw, dh, dd);
-    const T* so = fs.data() + ((size_t)(d - 1) * h + (h - 1)) * w;
-    T* dorg = fd.data() + ((size_t)(dd - 1) * dh + (dh - 1)) * dw;
-    const LumStatus st = callV(so, &c.vol, -ss, -sp, &c.srcBox, dorg, -ds, -dp, &c.dstBox,
-                               c.factor, c.shift, code, buf);
-    dst = flip(fd, dw, dh, dd);
+    EXPECT_TRUE(o.takeOut(dst)) << "a write beyond the rows of the destination";
     return st;
 }
 

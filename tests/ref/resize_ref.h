@@ -45,14 +45,16 @@ T refCubicSample(const ResizeCase& c, const T* src, int code, int X, int Y, int 
 void refCubicCoefs(int code, float f, float out[4]);
 
 // ---- Running the library on a case ------------------------------------------
-// How a run stores its volumes: dense contiguous (V), plane pointers into the
-// same dense storage (PV), or contiguous with negative row and plane steps
-// (the volumes stored upside down and back to front, read through their
-// logical origin).
+// How a run stores its volumes: contiguous (V), plane pointers (PV), or
+// contiguous with negative row and plane steps (the volumes stored upside
+// down and back to front, read through their logical origin).  Rows and
+// planes are padded, and each byte step carries sizeof(T) - 1 bytes beyond
+// its whole samples, which the entry points must floor away.
 enum class ResizeForm { V, PV, VNegative };
 
 // Runs the entry point of type T and form on src (dense, vol extents) into
-// dst (dense, dstVol extents; samples outside the region keep their values).
+// dst (dense, dstVol extents; samples outside the region keep their values,
+// and a write into the padding fails the test).
 // The scratch is exactly lumrResizeGetBufSize bytes, starting misalign bytes
 // past an aligned block, so a sanitizer build sees any overrun.
 template <class T>

@@ -1,6 +1,7 @@
 // Volume filter: checks, scratch size, divisor modes and their rounding,
-// saturation, path choice at every boundary, the convolution's flip and
-// anchor, and agreement with a slow reference under each path's rules.
+// saturation and the wrap of the vector store, path choice at every
+// boundary, the convolution's flip and anchor on every axis, and agreement
+// with a slow reference under each path's rules.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,25 +19,20 @@ namespace {
 // plane pointers that may be indexed below 0.
 struct Source {
     Source(Lum32s w, Lum32s h, Lum32s d, Lum32s pad, Lum32s extraRow = 0)
-        : w(w),
-          h(h),
-          d(d),
-          pad(pad),
-          stepN(w + 2 * pad + extraRow),
-          data(static_cast<size_t>(stepN) * (h + 2 * pad) * (d + 2 * pad)),
+        : pad(pad), stepN(w + 2 * pad + extraRow), data(size_t(stepN) * (h + 2 * pad) * (d + 2 * pad)),
           planes(d + 2 * pad) {
         for (Lum32s z = 0; z < d + 2 * pad; ++z)
-            planes[z] = data.data() + (static_cast<size_t>(z) * (h + 2 * pad) + pad) * stepN + pad;
+            planes[z] = data.data() + (size_t(z) * (h + 2 * pad) + pad) * stepN + pad;
     }
     Lum16s& at(Lum32s x, Lum32s y, Lum32s z) {
-        return const_cast<Lum16s*>(planes[z + pad])[static_cast<ptrdiff_t>(y) * stepN + x];
+        return const_cast<Lum16s*>(planes[z + pad])[ptrdiff_t(y) * stepN + x];
     }
     const Lum16s* const* planes0() const { return planes.data() + pad; }
     void fillRandom(std::mt19937& rng, Lum32s lo, Lum32s hi) {
         std::uniform_int_distribution<Lum32s> u(lo, hi);
         for (Lum16s& s : data) s = static_cast<Lum16s>(u(rng));
     }
-    Lum32s w, h, d, pad, stepN;
+    Lum32s pad, stepN;
     std::vector<Lum16s> data;
     std::vector<const Lum16s*> planes;
 };
@@ -45,27 +41,23 @@ struct Source {
 struct Dest {
     static constexpr Lum16s kCanary = 0x5A5A;
     Dest(Lum32s w, Lum32s h, Lum32s d)
-        : w(w),
-          h(h),
-          d(d),
-          stepN(w + 3),
-          data(static_cast<size_t>(stepN) * h * d, kCanary),
-          planes(d) {
-        for (Lum32s z = 0; z < d; ++z) planes[z] = data.data() + static_cast<size_t>(z) * h * stepN;
+        : w(w), h(h), d(d), stepN(w + 3), data(size_t(stepN) * h * d, kCanary), planes(d) {
+        for (Lum32s z = 0; z < d; ++z) planes[z] = data.data() + size_t(z) * h * stepN;
     }
+    // The samples, x fastest; the margins must still hold the canary.
     std::vector<Lum16s> dense() const {
         std::vector<Lum16s> out;
         for (Lum32s z = 0; z < d; ++z)
             for (Lum32s y = 0; y < h; ++y)
-                for (Lum32s x = 0; x < w; ++x) out.push_back(planes[z][y * stepN + x]);
+                for (Lum32s x = 0; x < stepN; ++x) {
+                    const Lum16s v = planes[z][y * stepN + x];
+                    if (x < w) {
+                        out.push_back(v);
+                    } else {
+                        EXPECT_EQ(v, kCanary) << "margin written at " << x << "," << y << "," << z;
+                    }
+                }
         return out;
-    }
-    bool marginsIntact() const {
-        for (Lum32s z = 0; z < d; ++z)
-            for (Lum32s y = 0; y < h; ++y)
-                for (Lum32s x = w; x < stepN; ++x)
-                    if (planes[z][y * stepN + x] != kCanary) return false;
-        return true;
     }
     Lum32s w, h, d, stepN;
     std::vector<Lum16s> data;
@@ -73,21 +65,16 @@ struct Dest {
 };
 
 struct Kernel {
+    Kernel(Lum32s kw, Lum32s kh, Lum32s kd) : kw(kw), kh(kh), kd(kd), e(size_t(kw) * kh * kd, 0) {}
+    Lum32s& at(Lum32s i, Lum32s j, Lum32s k) { return e[(size_t(k) * kh + j) * kw + i]; }
     Lum32s kw, kh, kd;
     std::vector<Lum32s> e;
-    Lum32s& at(Lum32s i, Lum32s j, Lum32s k) {
-        return e[(static_cast<size_t>(k) * kh + j) * kw + i];
-    }
 };
-
-Kernel makeKernel(Lum32s kw, Lum32s kh, Lum32s kd) {
-    return Kernel{kw, kh, kd, std::vector<Lum32s>(static_cast<size_t>(kw) * kh * kd, 0)};
-}
 
 // Large elements of both signs that add up to `sum` exactly, all inside the
 // table range; `fixed` (if any) is then set and the others rebalanced.
 Kernel mixedKernel(Lum32s kw, Lum32s kh, Lum32s kd, int64_t sum, int fixed = -1, Lum32s value = 0) {
-    Kernel k = makeKernel(kw, kh, kd);
+    Kernel k(kw, kh, kd);
     for (size_t t = 0; t < k.e.size(); ++t) k.e[t] = t % 2 ? -30000 : 30000;
     if (fixed >= 0) k.e[fixed] = value;
     int64_t delta = sum;
@@ -103,23 +90,18 @@ Kernel mixedKernel(Lum32s kw, Lum32s kh, Lum32s kd, int64_t sum, int fixed = -1,
     return k;
 }
 
-struct FilterRun {
-    LumStatus status;
-    std::vector<Lum16s> out;
-};
-
-FilterRun runFilter(const Source& s, Dest& d, const Kernel& k, LumPoint3D anchor, Lum32s divisor,
-                    Lum32s srcStepExtraByte = 0) {
+// Runs the filter with exactly the reported scratch, one byte in so that its
+// start needs rounding; the run must succeed.  Returns the samples.
+std::vector<Lum16s> runFilter(const Source& s, Dest& d, const Kernel& k, LumPoint3D anchor, Lum32s divisor,
+                              Lum32s srcStepExtraByte = 0) {
     const LumVolume dv{d.w, d.h, d.d}, kv{k.kw, k.kh, k.kd};
     Lum32s size = 0;
     EXPECT_EQ(lumrFilterGetBufSize(&dv, &kv, 1, &size), lumStatusOk);
-    // One byte in, so the start needs rounding and the end is exact.
     std::vector<Lum8u> buf(static_cast<size_t>(size) + 1);
-    const LumStatus st =
-        lumrFilter_16s_C1PV(s.planes0(), s.stepN * 2 + srcStepExtraByte, d.planes.data(),
-                            d.stepN * 2, &dv, k.e.data(), &kv, &anchor, divisor, buf.data() + 1);
-    EXPECT_TRUE(d.marginsIntact());
-    return FilterRun{st, d.dense()};
+    EXPECT_EQ(lumrFilter_16s_C1PV(s.planes0(), s.stepN * 2 + srcStepExtraByte, d.planes.data(), d.stepN * 2,
+                                  &dv, k.e.data(), &kv, &anchor, divisor, buf.data() + 1),
+              lumStatusOk);
+    return d.dense();
 }
 
 std::vector<Lum16s> reference(const Source& s, const Dest& d, const Kernel& k, LumPoint3D a,
@@ -176,7 +158,7 @@ TEST(FilterBufSize, FormulaChecksAndWideRows) {
 TEST(Filter, ChecksInOrderAndWritesNothingOnFailure) {
     Source s(16, 2, 2, 3);
     Dest d(16, 2, 2);
-    Kernel k = makeKernel(3, 3, 3);
+    Kernel k(3, 3, 3);
     k.at(1, 1, 1) = 1;
     const LumVolume dv{16, 2, 2}, kv{3, 3, 3}, zeroDepth{16, 2, 0}, zeroKernel{3, 0, 3};
     const LumPoint3D a{1, 1, 1};
@@ -225,35 +207,16 @@ TEST(Filter, DivisorModesRoundHalfToEvenOnBothPaths) {
         {10, {0, 0, 0, 1, 0, 0, 0, -1, 0, 1, 1, 0, -1, -1, 0, 2}},
         {3, {0, 1, 2, 2, 0, -1, -2, -2, 1, 2, 3, -1, -2, -3, 0, 8}},
     };
-    Kernel k = makeKernel(3, 3, 3);
+    Kernel k(3, 3, 3);
     k.at(1, 1, 1) = 1;
     for (Lum32s width : {16, 15}) {  // vector, then scalar
         Source s(width, 1, 1, 2);
         for (Lum32s x = 0; x < width; ++x) s.at(x, 0, 0) = sums[x];
         for (const Mode& m : modes) {
             Dest d(width, 1, 1);
-            const FilterRun r = runFilter(s, d, k, LumPoint3D{1, 1, 1}, m.divisor);
-            ASSERT_EQ(r.status, lumStatusOk);
-            EXPECT_EQ(r.out, std::vector<Lum16s>(m.want.begin(), m.want.begin() + width))
+            const std::vector<Lum16s> r = runFilter(s, d, k, LumPoint3D{1, 1, 1}, m.divisor);
+            EXPECT_EQ(r, std::vector<Lum16s>(m.want.begin(), m.want.begin() + width))
                 << "divisor " << m.divisor << " width " << width;
-        }
-    }
-}
-
-TEST(Filter, SaturatesExactlyAtBothEnds) {
-    Kernel ones = makeKernel(3, 3, 3);
-    std::fill(ones.e.begin(), ones.e.end(), 1);
-    for (Lum32s width : {16, 15}) {
-        for (Lum16s level : {Lum16s{32767}, Lum16s{-32768}}) {
-            Source s(width, 1, 1, 2);
-            std::fill(s.data.begin(), s.data.end(), level);
-            for (Lum32s divisor : {1, 2, 3, 16, -1}) {
-                Dest d(width, 1, 1);
-                const Lum16s want = (level > 0) == (divisor > 0) ? 32767 : -32768;
-                EXPECT_EQ(runFilter(s, d, ones, LumPoint3D{1, 1, 1}, divisor).out,
-                          std::vector<Lum16s>(width, want))
-                    << divisor << " " << width;
-            }
         }
     }
 }
@@ -285,13 +248,13 @@ TEST(Filter, SingleTapEdges) {
         {"wrapped product divided", 70000, 32767, 100000, -20013, -20013},
     };
     for (const Case& c : cases) {
-        Kernel k = makeKernel(3, 3, 3);
+        Kernel k(3, 3, 3);
         k.at(1, 1, 1) = c.tap;
         for (Lum32s width : {16, 15}) {
             Source s(width, 1, 1, 2);
             std::fill(s.data.begin(), s.data.end(), c.sample);
             Dest d(width, 1, 1);
-            EXPECT_EQ(runFilter(s, d, k, LumPoint3D{1, 1, 1}, c.divisor).out,
+            EXPECT_EQ(runFilter(s, d, k, LumPoint3D{1, 1, 1}, c.divisor),
                       std::vector<Lum16s>(width, width >= 16 ? c.vector : c.scalar))
                 << c.what << " width " << width;
         }
@@ -336,48 +299,86 @@ TEST(Filter, PathChoiceAtEveryBoundary) {
         s.fillRandom(rng, -32768, 32767);
         Dest d(c.width, 3, 2);
         const LumPoint3D a{c.k.kw / 2, c.k.kh / 2, c.k.kd / 2};
-        const FilterRun r = runFilter(s, d, c.k, a, 1);
-        ASSERT_EQ(r.status, lumStatusOk) << c.what;
+        const std::vector<Lum16s> r = runFilter(s, d, c.k, a, 1);
         const auto vec = reference(s, d, c.k, a, 1, RefFilterRules::Vector);
         const auto sca = reference(s, d, c.k, a, 1, RefFilterRules::Scalar);
         ASSERT_NE(vec, sca) << c.what << ": the data do not tell the paths apart";
-        EXPECT_EQ(r.out, c.vector ? vec : sca) << c.what;
+        EXPECT_EQ(r, c.vector ? vec : sca) << c.what;
     }
 }
 
+// One element set, in kernels of the cubes and of the general branch (even
+// and odd widths), meets the sample at position + anchor - (i, j, k).  Width
+// 15 runs the scalar paths; 27 the vector ones, ending in a step of sixteen,
+// one of eight and three single samples.
 TEST(Filter, ConvolutionFlipsKernelAndHonoursAnchor) {
+    struct Case {
+        LumVolume kv;
+        Lum32s i, j, k;
+        LumPoint3D anchor;
+    };
+    const Case cases[] = {
+        {{3, 3, 3}, 0, 0, 0, {0, 0, 0}},  {{3, 3, 3}, 2, 0, 0, {0, 0, 0}},
+        {{3, 3, 3}, 0, 2, 0, {0, 0, 0}},  {{3, 3, 3}, 0, 0, 2, {0, 0, 0}},
+        {{3, 3, 3}, 2, 1, 2, {0, 0, 0}},  {{3, 3, 3}, 0, 0, 0, {2, 1, 2}},
+        {{3, 3, 3}, 1, 2, 0, {-1, 3, 1}}, {{5, 5, 5}, 4, 1, 3, {2, 2, 2}},
+        {{4, 3, 5}, 3, 0, 4, {1, 2, 0}},  {{4, 3, 5}, 0, 2, 1, {-2, 1, 3}},
+        {{7, 3, 3}, 6, 1, 0, {3, 1, 1}},  {{7, 3, 3}, 0, 0, 2, {0, 0, 2}},
+        {{3, 4, 3}, 1, 3, 2, {2, -1, 1}}, {{5, 5, 3}, 4, 4, 0, {4, 0, 2}},
+    };
     std::mt19937 rng(3);
-    for (Lum32s width : {16, 15}) {
-        Source s(width, 4, 3, 4);
+    for (Lum32s width : {15, 27}) {
+        Source s(width, 3, 2, 8);
         s.fillRandom(rng, -1000, 1000);
-        struct Tap {
-            Lum32s i, j, k;
-            LumPoint3D anchor;
-        };
-        for (const Tap t :
-             {Tap{0, 0, 0, {0, 0, 0}}, Tap{2, 0, 0, {0, 0, 0}}, Tap{0, 2, 0, {0, 0, 0}},
-              Tap{0, 0, 2, {0, 0, 0}}, Tap{2, 1, 2, {0, 0, 0}}, Tap{0, 0, 0, {2, 1, 2}},
-              Tap{1, 2, 0, {-1, 3, 1}}}) {
-            Kernel k = makeKernel(3, 3, 3);
-            k.at(t.i, t.j, t.k) = 1;
-            Dest d(width, 4, 3);
-            const FilterRun r = runFilter(s, d, k, t.anchor, 1);
-            // Element (i, j, k) meets the sample at position + anchor - (i, j, k).
+        for (const Case& c : cases) {
+            Kernel k(c.kv.width, c.kv.height, c.kv.depth);
+            k.at(c.i, c.j, c.k) = 3;
+            Dest d(width, 3, 2);
+            const std::vector<Lum16s> r = runFilter(s, d, k, c.anchor, 3);
             std::vector<Lum16s> want;
-            for (Lum32s z = 0; z < 3; ++z)
-                for (Lum32s y = 0; y < 4; ++y)
+            for (Lum32s z = 0; z < 2; ++z)
+                for (Lum32s y = 0; y < 3; ++y)
                     for (Lum32s x = 0; x < width; ++x)
                         want.push_back(
-                            s.at(x + t.anchor.x - t.i, y + t.anchor.y - t.j, z + t.anchor.z - t.k));
-            EXPECT_EQ(r.out, want) << "tap " << t.i << t.j << t.k << " width " << width;
+                            s.at(x + c.anchor.x - c.i, y + c.anchor.y - c.j, z + c.anchor.z - c.k));
+            EXPECT_EQ(r, want) << c.kv.width << "x" << c.kv.height << "x" << c.kv.depth << " tap "
+                                   << c.i << c.j << c.k << " width " << width;
         }
+    }
+}
+
+// Three taps of a 3x3x3 kernel (sum 4, all inside the table range, so the
+// vector path runs at width 16) meet samples 32767, -32768 and 30000:
+//   a = 32766 * 32767 + (-32767) * (-32768) + 5 * 30000 = 2147469778.
+// Divisor 65536 is the shift mode with sh = 16, half = 32768.
+// Vector store, 32-bit: (a >>> 16) & 1 = 32767 & 1 = 1, and
+//   a + 32767 + 1 = 2147502546 wraps to -2147464750, >> 16 = -32768.
+// Scalar path, 64-bit sum: t = 32767, u = (51666 + 32768 + 1 - 1) >> 16 = 1,
+//   t + u = 32768, clamped to 32767.
+TEST(Filter, ShiftRoundingWrapsInTheVectorStoreOnly) {
+    Kernel k(3, 3, 3);
+    k.e[0] = 32766, k.e[1] = -32767, k.e[2] = 5;  // i = 0, 1, 2 of row 0, plane 0
+    for (Lum32s width : {16, 15}) {
+        Source s(width, 1, 1, 3);
+        // Anchor (2, 0, 0): element i meets src(x + 2 - i, y, z).
+        for (Lum32s x = -3; x < width + 3; ++x) {
+            const Lum32s r = ((x % 3) + 3) % 3;
+            s.at(x, 0, 0) = r == 2 ? 32767 : r == 1 ? -32768 : 30000;
+        }
+        Dest d(width, 1, 1);
+        const std::vector<Lum16s> o = runFilter(s, d, k, LumPoint3D{2, 0, 0}, 65536);
+        // Only outputs whose taps see 32767, -32768, 30000 in that order have
+        // the worked sum: x + 2 = 2 (mod 3).
+        for (Lum32s x = 0; x < width; x += 3)
+            EXPECT_EQ(o[x], width >= 16 ? -32768 : 32767) << "width " << width << " x " << x;
     }
 }
 
 // Kernels of every shape class, anchors inside and outside the kernel, all
 // three divisor modes, widths that end in each kind of step (sixteen, eight,
-// single samples) and an odd byte step, against the reference of the
-// expected path.
+// single samples) and a wide one whose accumulator row outgrows the classic
+// formula (the scratch is exactly the reported size), and an odd byte step,
+// against the reference of the expected path.
 TEST(Filter, MatchesReferenceOnRandomVolumes) {
     struct Shape {
         Lum32s kw, kh, kd;
@@ -386,12 +387,12 @@ TEST(Filter, MatchesReferenceOnRandomVolumes) {
                                        {6, 3, 4}, {1, 1, 1}, {2, 3, 3}, {3, 1, 3}, {5, 5, 3}};
     const std::vector<Lum32s> divisors = {1, 8, 7, -3, 1000, 16777217, 1 << 30};
     std::mt19937 rng(2024);
-    Lum32s mismatches = 0, vectorCases = 0, scalarCases = 0;
+    Lum32s vectorCases = 0, scalarCases = 0;
     for (const Shape& sh : shapes) {
-        for (Lum32s width : {15, 16, 29, 37}) {
+        for (Lum32s width : {15, 16, 29, 37, 1203}) {
             Source s(width, 4, 3, 8, 5);
             s.fillRandom(rng, -32768, 32767);
-            Kernel k = makeKernel(sh.kw, sh.kh, sh.kd);
+            Kernel k(sh.kw, sh.kh, sh.kd);
             std::uniform_int_distribution<Lum32s> e(-400, 700);
             for (Lum32s& v : k.e) v = e(rng);
             std::uniform_int_distribution<Lum32s> off(-1, 1);
@@ -401,36 +402,16 @@ TEST(Filter, MatchesReferenceOnRandomVolumes) {
             for (Lum32s divisor : divisors) {
                 Dest d(width, 4, 3);
                 // The odd extra byte of the step is dropped.
-                const FilterRun r = runFilter(s, d, k, a, divisor, 1);
-                ASSERT_EQ(r.status, lumStatusOk);
+                const std::vector<Lum16s> r = runFilter(s, d, k, a, divisor, 1);
                 const auto want = reference(
                     s, d, k, a, divisor, vector ? RefFilterRules::Vector : RefFilterRules::Scalar);
-                if (r.out != want) ++mismatches;
-                EXPECT_EQ(r.out, want) << sh.kw << "x" << sh.kh << "x" << sh.kd << " width "
-                                       << width << " divisor " << divisor;
+                EXPECT_EQ(r, want) << sh.kw << "x" << sh.kh << "x" << sh.kd << " width " << width
+                                   << " divisor " << divisor;
             }
         }
     }
-    EXPECT_EQ(mismatches, 0);
     EXPECT_GT(vectorCases, 10);
     EXPECT_GT(scalarCases, 10);
-}
-
-// A wide row with exactly the reported scratch: the accumulator row fits
-// (the sanitizer build watches the end of the block).
-TEST(Filter, WideRowsFitTheReportedScratch) {
-    std::mt19937 rng(5);
-    for (Lum32s kw : {3, 5, 4}) {
-        Source s(1203, 2, 2, 5);
-        s.fillRandom(rng, -3000, 3000);
-        Kernel k = makeKernel(kw, kw == 4 ? 3 : kw, kw == 4 ? 3 : kw);
-        for (Lum32s& v : k.e) v = static_cast<Lum32s>(rng() % 9) - 3;
-        Dest d(1203, 2, 2);
-        const LumPoint3D a{1, 1, 1};
-        const FilterRun r = runFilter(s, d, k, a, 4);
-        ASSERT_EQ(r.status, lumStatusOk);
-        EXPECT_EQ(r.out, reference(s, d, k, a, 4, RefFilterRules::Vector));
-    }
 }
 
 }  // namespace

@@ -1,9 +1,13 @@
-// Planar test volumes for the remap and warp suites: each plane its own
-// block, rows a chosen number of bytes apart, every byte canary-filled.
+// Shared by the volume suites: planar test volumes for remap and the warp
+// (each plane its own block, rows a chosen number of bytes apart, every byte
+// canary-filled), random samples, and a scoped thread count.
 #pragma once
 
-#include <cstdint>
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -12,7 +16,7 @@
 #include "ref/remap_ref.h"
 
 // Own namespace: other suites link into the same test binary.
-namespace remaptest {
+namespace voltest {
 
 template <class T>
 struct PlanarVolume {
@@ -20,23 +24,25 @@ struct PlanarVolume {
     std::vector<std::vector<uint8_t>> blocks;
     std::vector<T*> planes;
 
+    // A negative step runs the rows backwards: each plane starts at its last row.
     PlanarVolume(Lum32s w_, Lum32s h_, Lum32s d_, Lum32s stepBytes_ = 0, uint8_t canary = 0xA5)
         : w(w_), h(h_), d(d_), stepBytes(stepBytes_ ? stepBytes_ : w_ * Lum32s(sizeof(T))) {
+        const size_t pitch = size_t(stepBytes < 0 ? -stepBytes : stepBytes);
         for (Lum32s z = 0; z < d; ++z) {
-            blocks.emplace_back(size_t(stepBytes) * h + 16, canary);
-            planes.push_back(reinterpret_cast<T*>(blocks.back().data()));
+            blocks.emplace_back(pitch * h + 16, canary);
+            uint8_t* first = blocks.back().data() + (stepBytes < 0 ? pitch * (h - 1) : 0);
+            planes.push_back(reinterpret_cast<T*>(first));
         }
     }
     PlanarVolume(const PlanarVolume&) = delete;
     PlanarVolume& operator=(const PlanarVolume&) = delete;
-    PlanarVolume(PlanarVolume&&) = default;
-    PlanarVolume& operator=(PlanarVolume&&) = default;
 
     void reset(uint8_t canary = 0xA5) {
         for (auto& b : blocks) std::fill(b.begin(), b.end(), canary);
     }
     uint8_t* bytes(Lum32s x, Lum32s y, Lum32s z) {
-        return blocks[z].data() + size_t(y) * stepBytes + size_t(x) * sizeof(T);
+        return reinterpret_cast<uint8_t*>(planes[z]) + std::ptrdiff_t(y) * stepBytes +
+               std::ptrdiff_t(x) * sizeof(T);
     }
     T get(Lum32s x, Lum32s y, Lum32s z) {
         T v;
@@ -64,6 +70,26 @@ struct PlanarVolume {
     }
 };
 
+// Every element against the expected volume, bit for bit; the first few
+// differences are reported.
+template <class T>
+void expectSameBits(PlanarVolume<T>& got, PlanarVolume<T>& want, Lum32s code) {
+    int bad = 0;
+    for (Lum32s z = 0; z < got.d; ++z)
+        for (Lum32s y = 0; y < got.h; ++y)
+            for (Lum32s x = 0; x < got.w; ++x)
+                if (got.bits(x, y, z) != want.bits(x, y, z) && ++bad < 5)
+                    ADD_FAILURE() << "code " << code << " at " << x << "," << y << "," << z << " got "
+                                  << got.bits(x, y, z) << " want " << want.bits(x, y, z);
+    EXPECT_EQ(bad, 0) << "code " << code;
+}
+
+// A source box clipped to its volume, as inclusive bounds.
+inline LumSampleBounds clipBounds(const LumBox& b, Lum32s w, Lum32s h, Lum32s d) {
+    return {b.x, b.y, b.z, b.x + std::min(b.width, w - b.x) - 1, b.y + std::min(b.height, h - b.y) - 1,
+            b.z + std::min(b.depth, d - b.z) - 1};
+}
+
 template <class T>
 constexpr ref::SampleType refType() {
     return sizeof(T) == 1 ? ref::SampleType::U8
@@ -88,4 +114,4 @@ struct ThreadCount {  // restores the thread count after a test
 
 constexpr Lum32s kCodes[] = {1, 2, 4, 5, 6, 7};
 
-}  // namespace remaptest
+}  // namespace voltest
