@@ -3,28 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 
 #include "lumr.h"
 
 namespace {
 
-LumKDTreeBuildParams ListParams(Lum32s maxDepth = 10) {
-    return {Lum32u(lumKDTreeTagList), maxDepth, 0.5f, 64, nullptr};
-}
-LumKDTreeBuildParams SahParams(Lum32s maxDepth, Lum32f quality, Lum32s limitMB) {
-    return {Lum32u(lumKDTreeTagSAH), maxDepth, quality, limitMB, nullptr};
-}
-
+constexpr Lum32u kList = Lum32u(lumKDTreeTagList), kSAH = Lum32u(lumKDTreeTagSAH);
 LumKDTreeNode* const kCanaryTree = reinterpret_cast<LumKDTreeNode*>(0x1234);
 
-// Runs the build with canary outputs; on failure checks they were kept.
-LumStatus Build(const LumKDTreeBuildParams* params, Lum32s nVertices = 3, Lum32s nTriangles = 1) {
+// Builds one triangle with canary outputs; on failure checks they were kept.
+LumStatus Build(Lum32u tag, Lum32s maxDepth, Lum32f quality = 0.5f, Lum32s limitMB = 64) {
     static const Lum32f v[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
     static const Lum32s t[4] = {0, 1, 2, 0};
+    const LumKDTreeBuildParams params{tag, maxDepth, quality, limitMB, nullptr};
     LumKDTreeNode* tree = kCanaryTree;
     Lum32s size = -77;
-    const LumStatus st = lumrKDTreeBuildAlloc(&tree, v, t, nVertices, nTriangles, &size, params);
+    const LumStatus st = lumrKDTreeBuildAlloc(&tree, v, t, 3, 1, &size, &params);
     if (st == lumStatusOk) {
         lumrKDTreeFree(tree);
     } else {
@@ -39,7 +33,7 @@ TEST(ListBuild, BlockWordForWord) {
     // one index stand in for arrays of a thousand.
     const Lum32f oneVertex = 0;
     const Lum32s oneIndex = 0;
-    const LumKDTreeBuildParams params = ListParams();
+    const LumKDTreeBuildParams params{kList, 10, 0.5f, 64, nullptr};
     for (Lum32s n : {0, 1, 3, 1000}) {
         LumKDTreeNode* tree = nullptr;
         Lum32s size = 0;
@@ -59,7 +53,7 @@ TEST(ListBuild, BlockWordForWord) {
 }
 
 TEST(ListBuild, ChecksInOrder) {
-    const LumKDTreeBuildParams ok = ListParams();
+    const LumKDTreeBuildParams ok{kList, 10, 0.5f, 64, nullptr};
     const Lum32f v = 0;
     const Lum32s t = 0;
     LumKDTreeNode* tree = kCanaryTree;
@@ -78,53 +72,33 @@ TEST(ListBuild, ChecksInOrder) {
     EXPECT_EQ(size, -77);
 
     // Tags: a single flipped bit of either is unknown.
-    for (Lum32u tag : {Lum32u(lumKDTreeTagList), Lum32u(lumKDTreeTagSAH)})
-        for (int bit : {0, 7, 31}) {
-            LumKDTreeBuildParams p = ListParams();
-            p.tag = tag ^ (1u << bit);
-            EXPECT_EQ(Build(&p), lumStatusBadArg);
-        }
+    for (Lum32u tag : {kList, kSAH})
+        for (int bit : {0, 7, 31}) EXPECT_EQ(Build(tag ^ (1u << bit), 10), lumStatusBadArg);
     // Depth: 0 and 50 pass, -1 and 51 fail, for both tags.
-    for (Lum32s depth : {-1, 51}) {
-        LumKDTreeBuildParams p = ListParams(depth);
-        EXPECT_EQ(Build(&p), lumStatusBadBuildParam);
-        p = SahParams(depth, 0.5f, 64);
-        EXPECT_EQ(Build(&p), lumStatusBadBuildParam);
-    }
-    for (Lum32s depth : {0, 50}) {
-        LumKDTreeBuildParams p = ListParams(depth);
-        EXPECT_EQ(Build(&p), lumStatusOk);
+    for (Lum32u tag : {kList, kSAH}) {
+        for (Lum32s depth : {-1, 51}) EXPECT_EQ(Build(tag, depth), lumStatusBadBuildParam);
+        for (Lum32s depth : {0, 50}) EXPECT_EQ(Build(tag, depth, 0.5f, 128), lumStatusOk);
     }
 }
 
 TEST(SahFrontEnd, QualityAndMemoryLimit) {
-    const Lum32f nan = NAN;
     // Depth before quality, quality before the memory limit.
-    LumKDTreeBuildParams p = SahParams(51, nan, 0);
-    EXPECT_EQ(Build(&p), lumStatusBadBuildParam);
-    p = SahParams(10, -0.5f, 0);
-    EXPECT_EQ(Build(&p), lumStatusBadBuildParam);
-    p = SahParams(10, 1.0000001f, 0);
-    EXPECT_EQ(Build(&p), lumStatusBadBuildParam);
+    EXPECT_EQ(Build(kSAH, 51, NAN, 0), lumStatusBadBuildParam);
+    EXPECT_EQ(Build(kSAH, 10, -0.5f, 0), lumStatusBadBuildParam);
+    EXPECT_EQ(Build(kSAH, 10, 1.0000001f, 0), lumStatusBadBuildParam);
     // The limit shifted left by 19 in 32 bits must reach 0x1000000: 31 MiB
-    // fails, and so does any limit whose remainder modulo 8192 is below 32.
-    for (Lum32s mb : {0, 31, 8192 + 31, 8192 * 3, -8192}) {
-        p = SahParams(10, 0.5f, mb);
-        EXPECT_EQ(Build(&p), lumStatusNoMem) << mb;
-    }
+    // fails, and so does any limit whose remainder modulo 8192 is below 32;
+    // 4096 passes with a byte limit of 0, which the build refuses.
+    for (Lum32s mb : {0, 31, 8192 + 31, 8192 * 3, -8192, 4096})
+        EXPECT_EQ(Build(kSAH, 10, 0.5f, mb), lumStatusNoMem) << mb;
     // These pass every check of the front end (a NaN quality included) and
     // reach the build: its admission needs a little over 32 MiB, 33 MiB then
     // leaves no room for its two 16 MiB arenas and a chunk of each list, and
     // 128 MiB or -1 (a byte limit of 0xFFF00000) build.
-    for (Lum32f q : {0.0f, 1.0f, nan}) {
-        p = SahParams(10, q, 32);
-        EXPECT_EQ(Build(&p), lumStatusNoMem);
-        p = SahParams(10, q, 33);
-        EXPECT_EQ(Build(&p), lumStatusPoolExhausted);
-        for (Lum32s mb : {128, 8192 + 128, -1}) {
-            p = SahParams(10, q, mb);
-            EXPECT_EQ(Build(&p), lumStatusOk) << mb;
-        }
+    for (Lum32f q : {0.0f, 1.0f, Lum32f(NAN)}) {
+        EXPECT_EQ(Build(kSAH, 10, q, 32), lumStatusNoMem);
+        EXPECT_EQ(Build(kSAH, 10, q, 33), lumStatusPoolExhausted);
+        for (Lum32s mb : {128, 8192 + 128, -1}) EXPECT_EQ(Build(kSAH, 10, q, mb), lumStatusOk) << mb;
     }
 }
 

@@ -1,5 +1,6 @@
-// The split search's pieces against slow models: the sorts against the
-// frame's comparison sort and a key order, the sweeps against a brute-force
+// The split search's pieces against slow models and against their plain
+// forms: the radix sort against a key order, the quick sorts against the
+// frame's comparison sort, and all three sweeps against a brute-force
 // evaluation of every candidate plane by its definition.
 #include <gtest/gtest.h>
 
@@ -15,52 +16,68 @@
 
 namespace {
 
-std::vector<Lum32u> bitsOf(const std::vector<float>& v) {
-    std::vector<Lum32u> b(v.size());
-    std::memcpy(b.data(), v.data(), v.size() * 4);
-    return b;
-}
+constexpr float kInf = std::numeric_limits<float>::infinity();
 
-std::vector<float> randomBounds(std::mt19937& rng, int n, bool zeros) {
-    std::uniform_real_distribution<float> u(-50.f, 50.f);
+// Bounds as a node gathers them: repeated values (shared corners), and by
+// kind infinities and denormals (1), signed zeros (2) or NaN (3); kinds 4 to
+// 9 are narrow ranges whose keys span about 11, 12, 22, 23, 26 and 27 bits,
+// on both sides of each pass-count gate of the ranged radix sort.
+std::vector<float> gatheredBounds(std::mt19937& rng, int n, int kind) {
+    static const float kWidth[6] = {1.0f / 4096, 1.0f / 2048, 0.5f, 1.0f, 64.0f, 512.0f};
+    std::uniform_real_distribution<float> u(-3.f, 3.f);
     std::vector<float> v(static_cast<size_t>(n));
     for (float& x : v) {
-        x = u(rng);
-        if (rng() % 4 == 0) x = std::round(x);  // repeated values, as shared vertices give
-        if (zeros && rng() % 8 == 0) x = (rng() % 2) ? 0.0f : -0.0f;
+        x = (rng() % 3 == 0) ? std::round(4 * u(rng)) / 4 : u(rng);
+        const unsigned r = rng() % 16;
+        if (kind == 1 && r == 0) x = (rng() % 2) ? kInf : -kInf;
+        if (kind == 1 && r == 1) x *= 1e-39f;
+        if (kind == 2 && r == 0) x = (rng() % 2) ? 0.0f : -0.0f;
+        if (kind == 3 && r == 0) x = std::numeric_limits<float>::quiet_NaN();
+        if (kind >= 4) x = 1.0f + std::fabs(x) / 3.5f * kWidth[kind - 4];
     }
     return v;
 }
 
-TEST(SahSort, RadixOrdersByKeyAndExactSortMatchesTheFrameSort) {
-    std::mt19937 rng(3);
-    for (int n : {2, 9, 10, 100, 320, 321, 1000, 5000}) {
-        for (bool zeros : {false, true}) {
-            const std::vector<float> in = randomBounds(rng, n, zeros);
-            // Radix: float order with -0 below +0.
-            std::vector<float> r = in, scratch(in.size());
-            ownSortRadix_32f(r.data(), scratch.data(), n);
-            std::vector<float> ref = in;
-            std::stable_sort(ref.begin(), ref.end(), [](float a, float b) {
-                return a < b || (a == b && std::signbit(a) && !std::signbit(b));
-            });
-            EXPECT_EQ(bitsOf(r), bitsOf(ref)) << n;
-            // The quick path leaves exactly what the frame's sort leaves.
-            std::vector<float> e = in, f = in;
+std::vector<Lum32u> bitsOf(const float* p, int n) {
+    std::vector<Lum32u> b(static_cast<size_t>(n));
+    if (n > 0) std::memcpy(b.data(), p, size_t(n) * 4);
+    return b;
+}
+
+// Radix: float order with -0 below +0.  The exact sort leaves what the
+// frame's sort leaves.  The ranged sort leaves, wherever it says, what the
+// search's plain sorts leave: the radix sort above the gate, the comparison
+// sort at or below it (at any count for flat items).
+TEST(SahSort, SortsMatchTheirReferences) {
+    std::mt19937 rng(17);
+    for (int n : {0, 1, 2, 15, 16, 17, 63, 64, 65, 200, 320, 321, 500, 767, 768, 769, 3000}) {
+        for (int kind = 0; kind < 10; ++kind) {
+            const std::vector<float> in = gatheredBounds(rng, n, kind);
+            std::vector<float> scratch(in.size() + 1);
+            LumBoundsRange range;
+            for (Lum32u b : bitsOf(in.data(), n)) range.add(b);
+            std::vector<float> r = in, ref = in, e = in, f = in;
+            if (kind != 3) {  // NaN has no place in the key order's reference
+                ownSortRadix_32f(r.data(), scratch.data(), n);
+                std::stable_sort(ref.begin(), ref.end(), [](float a, float b) {
+                    return a < b || (a == b && std::signbit(a) && !std::signbit(b));
+                });
+                EXPECT_EQ(bitsOf(r.data(), n), bitsOf(ref.data(), n)) << n << " kind " << kind;
+            }
             ownSortAscendExact_32f(e.data(), n);
             ownSortAscend_32f(f.data(), n);
-            EXPECT_EQ(bitsOf(e), bitsOf(f)) << n;
+            EXPECT_EQ(bitsOf(e.data(), n), bitsOf(f.data(), n)) << n << " kind " << kind;
+            for (bool flat : {false, true}) {
+                std::vector<float> want = flat ? e : in, got = in;
+                if (!flat) ownSortBounds_32f(want.data(), scratch.data(), n);
+                const Lum32f* out = ownSortBoundsRanged_32f(got.data(), scratch.data(), n, range,
+                                                            flat ? n : kSAHRadixGate);
+                ASSERT_TRUE(out == got.data() || out == scratch.data());
+                EXPECT_EQ(bitsOf(out, n), bitsOf(want.data(), n))
+                    << "n " << n << " kind " << kind << " flat " << flat;
+            }
         }
     }
-    // Negative values, infinities and denormals keep float order.
-    std::vector<float> odd = {3.0f, -std::numeric_limits<float>::infinity(), 1e-40f, -1e-40f,
-                              std::numeric_limits<float>::infinity(), -2.5f, 0.0f};
-    for (int i = 0; i < 400; ++i) odd.push_back(float(i % 13) - 6.5f);
-    std::vector<float> s = odd, scratch(odd.size());
-    ownSortRadix_32f(s.data(), scratch.data(), Lum32s(s.size()));
-    EXPECT_TRUE(std::is_sorted(s.begin(), s.end()));
-    EXPECT_EQ(s.front(), -std::numeric_limits<float>::infinity());
-    EXPECT_EQ(s.back(), std::numeric_limits<float>::infinity());
 }
 
 struct Cut {
@@ -85,8 +102,8 @@ Cut bruteSweep(const std::vector<float>& lo, const std::vector<float>& hi,
     auto offer = [&](double s, float x, int l, int r, int side) {
         if (s < best.cost) best = {s, x, l, r, side};
     };
-    float first = n ? *std::min_element(lo.begin(), lo.end()) : bmin;
-    float last = n ? *std::max_element(hi.begin(), hi.end()) : bmax;
+    const float loMin = n ? *std::min_element(lo.begin(), lo.end()) : bmin;
+    float first = loMin, last = n ? *std::max_element(hi.begin(), hi.end()) : bmax;
     for (float p : flat) first = std::min(first, p), last = std::max(last, p);
     const double gap = 0.1 * double(bmax - bmin);
     bool empty = false;
@@ -112,9 +129,9 @@ Cut bruteSweep(const std::vector<float>& lo, const std::vector<float>& hi,
     xs.insert(xs.end(), flat.begin(), flat.end());
     std::sort(xs.begin(), xs.end());
     xs.erase(std::unique(xs.begin(), xs.end()), xs.end());
-    const float lastFlat = m ? *std::max_element(flat.begin(), flat.end()) : -INFINITY;
+    const float lastFlat = m ? flat.back() : -kInf;
     for (float x : xs) {
-        if (n && x < *std::min_element(lo.begin(), lo.end()) && (m == 0 || x < flat[0])) continue;
+        if (n && x < loMin && (m == 0 || x < flat[0])) continue;
         int l = 0, r = 0, k = 0;
         for (int i = 0; i < n; ++i) l += lo[size_t(i)] < x, r += hi[size_t(i)] > x;
         for (float p : flat) l += p < x, r += p >= x, k += p == x;
@@ -127,6 +144,16 @@ Cut bruteSweep(const std::vector<float>& lo, const std::vector<float>& hi,
 }
 
 TEST(SahSweep, MatchesEveryCandidateByDefinition) {
+    // One item in the corner of a large box: the empty-space cut at its far
+    // end wins at a cost of (e1 + e2) x 0.7 x sum, 0.7 as a float.
+    const float lo1 = 0.5f, hi1 = 1.0f;
+    Cut got{};
+    Lum32s l = -1, r = -1, side = 1;
+    ownSweepSplit(&lo1, &hi1, 1, 0.0f, 10.0f, 10.0f, 10.0f, &got.cost, &got.pos, &l, &r);
+    EXPECT_EQ(got.cost, 20.0 * double(0.7f) * (5.0 + 1.0));
+    EXPECT_EQ(got.pos, 1.0f);
+    EXPECT_TRUE(l == 1 && r == 0) << l << " " << r;
+
     std::mt19937 rng(41);
     int emptyCuts = 0, planarWins = 0;
     for (int round = 0; round < 3000; ++round) {
@@ -147,16 +174,21 @@ TEST(SahSweep, MatchesEveryCandidateByDefinition) {
         std::sort(flat.begin(), flat.end());
         const Cut want = bruteSweep(lo, hi, flat, bmin, bmax, ea, eb);
 
-        std::vector<float> s = lo, e = hi;
-        std::sort(s.begin(), s.end());
-        std::sort(e.begin(), e.end());
-        Cut got{};
-        Lum32s l = -1, r = -1, side = 1;
-        if (m == 0)
-            ownSweepSplit(s.data(), e.data(), n, bmin, bmax, ea, eb, &got.cost, &got.pos, &l, &r);
-        else
-            ownSweepSplitPlanar(s.data(), e.data(), flat.data(), n, m, bmin, bmax, ea, eb,
+        std::sort(lo.begin(), lo.end());
+        std::sort(hi.begin(), hi.end());
+        side = 1;
+        if (m == 0) {
+            // The quick sweep first, for bounds free of NaN and -0.
+            ownSweepSplitClean(lo.data(), hi.data(), n, bmin, bmax, ea, eb, &got.cost, &got.pos,
+                               &l, &r);
+            ASSERT_TRUE(got.cost == want.cost && got.pos == want.pos && l == want.nL &&
+                        r == want.nR)
+                << "quick sweep, round " << round;
+            ownSweepSplit(lo.data(), hi.data(), n, bmin, bmax, ea, eb, &got.cost, &got.pos, &l, &r);
+        } else {
+            ownSweepSplitPlanar(lo.data(), hi.data(), flat.data(), n, m, bmin, bmax, ea, eb,
                                 &got.cost, &got.pos, &l, &r, &side);
+        }
         ASSERT_EQ(got.cost, want.cost) << "round " << round;
         ASSERT_EQ(got.pos, want.pos) << "round " << round;
         ASSERT_EQ(l, want.nL) << "round " << round;
@@ -169,20 +201,6 @@ TEST(SahSweep, MatchesEveryCandidateByDefinition) {
     }
     EXPECT_GT(emptyCuts, 100);
     EXPECT_GT(planarWins, 100);
-}
-
-// One item in the corner of a large box: the empty-space cut at its far end
-// wins at a cost of (e1 + e2) x 0.7 x sum.
-TEST(SahSweep, EmptySpaceCutIsDiscounted) {
-    const float lo = 0.5f, hi = 1.0f;
-    double cost = 0;
-    float pos = 0;
-    Lum32s l = -1, r = -1;
-    ownSweepSplit(&lo, &hi, 1, 0.0f, 10.0f, 10.0f, 10.0f, &cost, &pos, &l, &r);
-    EXPECT_EQ(pos, 1.0f);
-    EXPECT_EQ(l, 1);
-    EXPECT_EQ(r, 0);
-    EXPECT_EQ(cost, 20.0 * double(0.7f) * (5.0 + 1.0));
 }
 
 }  // namespace

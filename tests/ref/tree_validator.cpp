@@ -3,122 +3,107 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <sstream>
+#include <random>
 
 namespace {
 
 struct Decoded {
-    bool leaf;
-    int axis;
-    uint32_t pairOffset;
-    float split;
-    std::vector<Lum32s> tris;
-    bool compact;
-    int64_t listOffset;  // list leaves: offset of the list in the block
+    bool leaf = false, compact = false;
+    int axis = 0;
+    uint32_t pairOffset = 0;
+    float split = 0;
+    std::vector<Lum32s> tris;  // list leaves: sized, read by readList
+    int64_t listOffset = 0;    // list leaves: offset of the list in the block
 };
 
 Decoded decode(const LumKDTreeNode* tree, int64_t at) {
     const LumKDTreeNode& n = tree[at / 8];
-    Decoded d{};
+    Decoded d;
     d.leaf = (n.word0 & 0x80000000u) != 0;
     if (!d.leaf) {
         d.axis = int(n.word0 & 3u);
         d.pairOffset = n.word0 & ~7u;
         std::memcpy(&d.split, &n.word1, 4);
-        return d;
-    }
-    if (n.word1 == 0) return d;
-    if ((n.word1 & 0x80000000u) == 0) {
+    } else if (n.word1 != 0 && (n.word1 & 0x80000000u) == 0) {
         d.listOffset = at - int64_t(int32_t(n.word0));
         d.tris.resize(n.word1);
-        return d;
-    }
-    d.compact = true;
-    const int32_t m = int32_t((n.word1 & 0x7FFFFFFCu) >> 2);
-    const int32_t g = int32_t(n.word0 & 0x7FFFFFFFu);
-    switch (n.word1 & 3u) {
-        case 1: d.tris = {g}; break;
-        case 2: d.tris = {g, m}; break;
-        case 3: d.tris = {m - (g >> 16), m, m + int32_t(n.word0 & 0xFFFFu)}; break;
-        default: d.tris = {}; d.listOffset = -1; break;  // count 0 in a compact leaf
+    } else if (n.word1 != 0) {
+        d.compact = true;
+        const int32_t m = int32_t((n.word1 & 0x7FFFFFFCu) >> 2);
+        const int32_t g = int32_t(n.word0 & 0x7FFFFFFFu);
+        const uint32_t count = n.word1 & 3u;  // 0 is malformed and stays empty
+        if (count == 1) d.tris = {g};
+        if (count == 2) d.tris = {g, m};
+        if (count == 3) d.tris = {m - (g >> 16), m, m + int32_t(n.word0 & 0xFFFFu)};
     }
     return d;
 }
 
-// Would these numbers be written as a compact node?
-bool fitsCompact(std::vector<Lum32s> t) {
-    if (t.size() == 1) return true;
-    if (t.size() == 2) return t[0] <= 0x1FFFFFFF || t[1] <= 0x1FFFFFFF;
-    if (t.size() == 3) {
-        std::sort(t.begin(), t.end());
-        return t[1] < 0x20000000 && t[1] - t[0] < 32768 && t[2] - t[1] < 65536;
-    }
-    return false;
+void readList(const LumKDTreeNode* tree, Decoded& d) {
+    if (!d.compact && !d.tris.empty())
+        std::memcpy(d.tris.data(), reinterpret_cast<const char*>(tree) + d.listOffset,
+                    d.tris.size() * 4);
 }
 
+// Would these numbers be written as a compact node?
+bool fitsCompact(std::vector<Lum32s> t) {
+    std::sort(t.begin(), t.end());
+    if (t.size() == 1) return true;
+    if (t.size() == 2) return t[0] <= 0x1FFFFFFF;
+    return t.size() == 3 && t[1] < 0x20000000 && t[1] - t[0] < 32768 && t[2] - t[1] < 65536;
+}
+
+// One depth-first walk checking the exact layout a depth-first writer
+// produces; the lists' order is checked once the node area is known.
 struct Walker {
     const LumKDTreeNode* tree;
     int64_t size;
-    Lum32s nTriangles;
-    Lum32s maxDepth;
+    Lum32s nTriangles, maxDepth;
     bool requireCompact;
     TreeReport& r;
     int64_t nodeCursor = 16;
-    int64_t listCursor = 0;
-    std::ostringstream err;
+    std::vector<std::pair<int64_t, int64_t>> lists;  // offset and bytes, in walking order
+    std::string err;
 
     bool fail(const std::string& what, int64_t at) {
-        if (err.tellp() == 0) err << what << " (node at byte " << at << ")";
+        err = what + " (node at byte " + std::to_string(at) + ")";
         return false;
     }
 
-    // First pass: nodes reachable, inside the block, depth bounded.
-    bool count(int64_t at, int depth) {
-        if (depth > 50) return fail("deeper than 50", at);
-        if (at < 0 || at + 8 > size || at % 8) return fail("node outside the block", at);
+    bool walk(int64_t at, int depth) {
+        if (at + 8 > size) return fail("node outside the block", at);
+        if (depth > maxDepth) return fail("node deeper than maxDepth", at);
         ++r.nodes;
-        const Decoded d = decode(tree, at);
-        if (d.leaf) return true;
-        const int64_t pair = at + d.pairOffset;
-        if (d.pairOffset == 0 || pair + 16 > size) return fail("child pair outside the block", at);
-        return count(pair, depth + 1) && count(pair + 8, depth + 1);
-    }
-
-    // Second pass: the exact layout a depth-first writer produces.
-    bool check(int64_t at, int depth) {
-        const Decoded d = decode(tree, at);
+        Decoded d = decode(tree, at);
         const LumKDTreeNode& n = tree[at / 8];
         if (!d.leaf) {
             if (n.word0 & 4u) return fail("bit 2 of an interior node set", at);
             if (d.axis > 2) return fail("axis 3", at);
             if (std::isnan(d.split)) return fail("NaN split position", at);
+            // Pairs stand in the order they are placed, so the walk ends.
             if (at + d.pairOffset != nodeCursor) return fail("child pair out of depth-first order", at);
             nodeCursor += 16;
-            const int64_t pair = at + d.pairOffset;
-            return check(pair, depth + 1) && check(pair + 8, depth + 1);
+            return walk(at + d.pairOffset, depth + 1) && walk(at + d.pairOffset + 8, depth + 1);
         }
-        if (depth > maxDepth) return fail("leaf deeper than maxDepth", at);
         r.depth = std::max(r.depth, depth);
         if (n.word1 == 0) {
             if (int32_t(n.word0) >= 0) return fail("empty leaf with non-negative word0", at);
             ++r.emptyLeaves;
             return true;
         }
-        std::vector<Lum32s> tris = d.tris;
         if (d.compact) {
-            if (tris.empty()) return fail("compact leaf of count 0", at);
+            if (d.tris.empty()) return fail("compact leaf of count 0", at);
             ++r.compactLeaves;
         } else {
-            if (d.listOffset != listCursor) return fail("list out of order or outside the lists", at);
-            if (d.listOffset + 4 * int64_t(tris.size()) > size) return fail("list past the end", at);
-            std::memcpy(tris.data(), reinterpret_cast<const char*>(tree) + d.listOffset,
-                        tris.size() * 4);
-            if (requireCompact && fitsCompact(tris)) return fail("list leaf that fits a compact node", at);
-            listCursor += 4 * int64_t(tris.size());
-            r.listEntries += int64_t(tris.size());
+            const int64_t bytes = 4 * int64_t(d.tris.size());
+            if (d.listOffset < 16 || d.listOffset + bytes > size) return fail("list outside the block", at);
+            readList(tree, d);
+            if (requireCompact && fitsCompact(d.tris)) return fail("list leaf that fits a compact node", at);
+            lists.emplace_back(d.listOffset, bytes);
+            r.listEntries += int64_t(d.tris.size());
         }
         ++r.leaves;
-        for (Lum32s t : tris) {
+        for (Lum32s t : d.tris) {
             if (t < 0 || t >= nTriangles) return fail("triangle number out of range", at);
             r.reached[size_t(t)] = 1;
             ++r.references;
@@ -133,31 +118,26 @@ TreeReport lumrInspectTree(const LumKDTreeNode* tree, Lum32s size, Lum32s nTrian
                            Lum32s maxDepth, bool requireCompact) {
     TreeReport r;
     r.reached.assign(size_t(std::max<Lum32s>(nTriangles, 0)), 0);
-    if (!tree || size < 16) {
-        r.error = "block missing or smaller than 16 bytes";
+    if (!tree || size < 16 || tree[1].word0 != 0 || tree[1].word1 != 0) {
+        r.error = "block missing, smaller than 16 bytes, or words 2 and 3 not zero";
         return r;
     }
-    if (tree[1].word0 != 0 || tree[1].word1 != 0) {
-        r.error = "words 2 and 3 are not zero";
+    Walker w{tree, size, nTriangles, std::min<Lum32s>(maxDepth, 50), requireCompact, r, 16, {}, {}};
+    if (!w.walk(0, 0)) {
+        r.error = w.err;
         return r;
     }
-    Walker w{tree, size, nTriangles, maxDepth, requireCompact, r, 16, 0, {}};
-    if (!w.count(0, 0)) {
-        r.error = w.err.str();
-        return r;
+    // The lists follow the nodes, one after the other in walking order.
+    int64_t cursor = w.nodeCursor;
+    for (const auto& l : w.lists) {
+        if (l.first != cursor) {
+            r.error = "list out of order or outside the lists (at byte " + std::to_string(l.first) + ")";
+            return r;
+        }
+        cursor += l.second;
     }
-    w.listCursor = 16 + 8 * (r.nodes - 1);
-    if (!w.check(0, 0)) {
-        r.error = w.err.str();
-        return r;
-    }
-    if (w.nodeCursor != 16 + 8 * (r.nodes - 1)) r.error = "node pairs do not tile the node area";
-    const int64_t expected = 16 + 8 * (r.nodes - 1) + 4 * r.listEntries;
-    if (r.error.empty() && expected != size) {
-        std::ostringstream s;
-        s << "size " << size << " but the nodes and lists need " << expected;
-        r.error = s.str();
-    }
+    if (cursor != size)
+        r.error = "size " + std::to_string(size) + " but the nodes and lists need " + std::to_string(cursor);
     return r;
 }
 
@@ -168,8 +148,7 @@ TreeReport lumrInspectTree(const LumKDTreeNode* tree, Lum32s size, Lum32s nTrian
     const TreeReport r = lumrInspectTree(tree, size, nTriangles, maxDepth, requireCompact);
     if (!r.error.empty()) return ::testing::AssertionFailure() << r.error;
     for (Lum32s t = 0; t < nTriangles; ++t) {
-        const bool need = required.empty() || required[size_t(t)];
-        if (need && !r.reached[size_t(t)])
+        if ((required.empty() || required[size_t(t)]) && !r.reached[size_t(t)])
             return ::testing::AssertionFailure() << "triangle " << t << " stands in no leaf";
     }
     return ::testing::AssertionSuccess();
@@ -181,51 +160,46 @@ void lumrTreeVisitBox(const LumKDTreeNode* tree, const float* query,
     while (!stack.empty()) {
         const int64_t at = stack.back();
         stack.pop_back();
-        const Decoded d = decode(tree, at);
+        Decoded d = decode(tree, at);
         if (d.leaf) {
-            std::vector<Lum32s> tris = d.tris;
-            if (!d.compact && !tris.empty())
-                std::memcpy(tris.data(), reinterpret_cast<const char*>(tree) + d.listOffset,
-                            tris.size() * 4);
-            leaf(tris);
+            readList(tree, d);
+            leaf(d.tris);
             continue;
         }
-        const int64_t pair = at + d.pairOffset;
-        if (query[d.axis] <= d.split) stack.push_back(pair);
-        if (query[d.axis + 3] >= d.split) stack.push_back(pair + 8);
+        if (query[d.axis] <= d.split) stack.push_back(at + d.pairOffset);
+        if (query[d.axis + 3] >= d.split) stack.push_back(at + d.pairOffset + 8);
     }
 }
 
-Lum32s lumrBruteNearest(const float* v, const Lum32s* tri, Lum32s nTriangles, const double* o,
-                        const double* dir, double* tOut) {
-    Lum32s best = -1;
-    double bestT = INFINITY;
-    for (Lum32s t = 0; t < nTriangles; ++t) {
-        const float* a = v + 3 * tri[4 * t];
-        const float* b = v + 3 * tri[4 * t + 1];
-        const float* c = v + 3 * tri[4 * t + 2];
-        double e1[3], e2[3], s[3], p[3], q[3];
-        for (int k = 0; k < 3; ++k) {
-            e1[k] = double(b[k]) - a[k];
-            e2[k] = double(c[k]) - a[k];
-            s[k] = o[k] - a[k];
+::testing::AssertionResult lumrTreeCoversTriangles(const LumKDTreeNode* tree, const float* vertices,
+                                                   const Lum32s* triangles, Lum32s nTriangles,
+                                                   const float* clip, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<double> u(0.02, 0.96);
+    int tested = 0;
+    for (Lum32s k = 0; k < nTriangles; ++k) {
+        for (int s = 0; s < 3; ++s) {
+            const double a = u(rng), b = u(rng) * (1 - a);
+            float q[6];
+            bool inside = true;
+            for (int c = 0; c < 3; ++c) {
+                const double A = vertices[3 * triangles[4 * k] + c],
+                             B = vertices[3 * triangles[4 * k + 1] + c],
+                             C = vertices[3 * triangles[4 * k + 2] + c];
+                const double p = A + a * (B - A) + b * (C - A), e = 1e-5 * (1 + std::fabs(p));
+                q[c] = float(p - e);
+                q[c + 3] = float(p + e);
+                inside &= std::isfinite(p) && (!clip || (p > clip[c] + 2 * e && p < clip[c + 3] - 2 * e));
+            }
+            if (!inside) continue;
+            bool found = false;
+            ++tested;
+            lumrTreeVisitBox(tree, q, [&](const std::vector<Lum32s>& tris) {
+                for (Lum32s x : tris) found |= x == k;
+            });
+            if (!found) return ::testing::AssertionFailure() << "triangle " << k << " missing at a point";
         }
-        p[0] = dir[1] * e2[2] - dir[2] * e2[1];
-        p[1] = dir[2] * e2[0] - dir[0] * e2[2];
-        p[2] = dir[0] * e2[1] - dir[1] * e2[0];
-        const double det = e1[0] * p[0] + e1[1] * p[1] + e1[2] * p[2];
-        if (std::fabs(det) < 1e-300) continue;
-        const double inv = 1.0 / det;
-        const double u = (s[0] * p[0] + s[1] * p[1] + s[2] * p[2]) * inv;
-        if (u < 0 || u > 1) continue;
-        q[0] = s[1] * e1[2] - s[2] * e1[1];
-        q[1] = s[2] * e1[0] - s[0] * e1[2];
-        q[2] = s[0] * e1[1] - s[1] * e1[0];
-        const double w = (dir[0] * q[0] + dir[1] * q[1] + dir[2] * q[2]) * inv;
-        if (w < 0 || u + w > 1) continue;
-        const double tt = (e2[0] * q[0] + e2[1] * q[1] + e2[2] * q[2]) * inv;
-        if (tt > 0 && tt < bestT) bestT = tt, best = t;
     }
-    if (tOut) *tOut = bestT;
-    return best;
+    if (tested == 0) return ::testing::AssertionFailure() << "no point inside";
+    return ::testing::AssertionSuccess();
 }

@@ -47,7 +47,9 @@ TreeReport lumrInspectTree(const LumKDTreeNode* tree, Lum32s size, Lum32s nTrian
 void lumrTreeVisitBox(const LumKDTreeNode* tree, const float* query,
                       const std::function<void(const std::vector<Lum32s>&)>& leaf);
 
-// Brute-force nearest hit of a ray with a triangle in double precision
-// (Moller-Trumbore); returns the triangle number or -1, and the distance.
-Lum32s lumrBruteNearest(const float* vertices, const Lum32s* triangles, Lum32s nTriangles,
-                        const double* origin, const double* dir, double* tOut);
+// Every finite point of every triangle (inside the clip box, when one is
+// given) lies in a leaf that lists the triangle: the leaves meeting a tiny
+// box around three random points inside each triangle include it.
+::testing::AssertionResult lumrTreeCoversTriangles(const LumKDTreeNode* tree, const float* vertices,
+                                                   const Lum32s* triangles, Lum32s nTriangles,
+                                                   const float* clip, uint32_t seed);
