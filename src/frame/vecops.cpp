@@ -25,7 +25,7 @@ void localElementwise(Lum32s count, Lum32f* pDst, Op op) {
                 ++i;
             }
         }
-        for (; i + 8 <= count; i += 8) op.eight(i);
+        for (; count - i >= 8; i += 8) op.eight(i);
     }
     for (; i < count; ++i) op.one(i);
 }
@@ -100,7 +100,7 @@ LumStatus ownDotProd_32f(const Lum32f* pSrc1, const Lum32f* pSrc2, Lum32s count,
     }
     __m128 g0 = _mm_setzero_ps(), g1 = g0, g2 = g0, g3 = g0;
     Lum32s i = 0;
-    for (; i + 16 <= count; i += 16) {
+    for (; count - i >= 16; i += 16) {
         g0 = _mm_add_ps(g0, _mm_mul_ps(_mm_loadu_ps(pSrc1 + i), _mm_loadu_ps(pSrc2 + i)));
         g1 = _mm_add_ps(g1, _mm_mul_ps(_mm_loadu_ps(pSrc1 + i + 4), _mm_loadu_ps(pSrc2 + i + 4)));
         g2 = _mm_add_ps(g2, _mm_mul_ps(_mm_loadu_ps(pSrc1 + i + 8), _mm_loadu_ps(pSrc2 + i + 8)));

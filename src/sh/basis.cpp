@@ -28,7 +28,7 @@ Lum32s localBandPacked(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, Lum
     const int n = 2 * L + 1;
     alignas(32) ShF8 rows[2 * L + 1];
     Lum32s i = 0;
-    for (; i + 8 <= count; i += 8) {
+    for (; count - i >= 8; i += 8) {
         ShSink8 s{rows};
         ownSHClosedBandOnly<ShLane8, L>(ShLane8::load(pX + i), ShLane8::load(pY + i),
                                       ShLane8::load(pZ + i), s);
@@ -62,7 +62,7 @@ LumStatus ownSHClosed(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, Lum3
     Lum32s i = 0;
     if (body == ShBody::Packed) {
         alignas(32) ShF8 rows[kMaxBlock];
-        for (; i + 8 <= count; i += 8) {
+        for (; count - i >= 8; i += 8) {
             ShSink8 s{rows};
             ownSHClosedBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i),
                                       ShLane8::load(pZ + i), L, s);
@@ -86,7 +86,7 @@ LumStatus ownSHRecurrence(const Lum32f* pX, const Lum32f* pY, const Lum32f* pZ, 
     Lum32s i = 0;
     if (body == ShBody::Packed) {
         alignas(32) ShF8 rows[kMaxBlock];
-        for (; i + 8 <= count; i += 8) {
+        for (; count - i >= 8; i += 8) {
             ownSHRecurBlock<ShLane8>(ShLane8::load(pX + i), ShLane8::load(pY + i),
                                      ShLane8::load(pZ + i), pA, pB, L, rows);
             ownSHStoreRows(rows, n, pDst + static_cast<std::ptrdiff_t>(i) * n);
