@@ -188,27 +188,6 @@ BENCHMARK(BM_IntersectMO)->ArgsProduct({{1, 0}, {0, 1}})->Unit(benchmark::kMilli
 constexpr Lum32s kFrameW = 512, kFrameH = 512, kBand = 16, kLayers = 4;
 constexpr size_t kFrameN = size_t(kFrameW) * kFrameH;
 
-SahMesh LoadBunny() {
-    std::string path = __FILE__;
-    path = path.substr(0, path.find_last_of('/')) + "/../data/bunny.txt";
-    std::ifstream in(path);
-    SahMesh m;
-    std::string comment;
-    std::getline(in, comment);
-    int nv = 0, nt = 0;
-    in >> nv >> nt;
-    for (int i = 0; i < nv; ++i) {
-        float x, y, z;
-        in >> x >> y >> z;
-        m.vert(x, y, z);
-    }
-    for (int i = 0; i < nt; ++i) {
-        Lum32s a, b, c;
-        in >> a >> b >> c;
-        m.tri(a, b, c);
-    }
-    return m;
-}
 
 #ifdef HAVE_PEER
 // The peer ray-tracing kernel library, loaded at run time so that the
@@ -355,7 +334,7 @@ struct Frame {
 Frame& FrameOf(int which) {
     static std::map<int, std::unique_ptr<Frame>> cache;
     auto& slot = cache[which];
-    if (!slot) slot = std::make_unique<Frame>(which == 0 ? LoadBunny() : sahBumpySphere(708, 708));
+    if (!slot) slot = std::make_unique<Frame>(which == 0 ? sahBunny() : sahBumpySphere(708, 708));
     return *slot;
 }
 const char* MeshName(int which) { return which == 0 ? "bunny" : "sphere1M"; }

@@ -29,33 +29,12 @@
 
 namespace {
 
-SahMesh loadBunny() {
-    std::string path = __FILE__;
-    path = path.substr(0, path.find_last_of('/')) + "/../data/bunny.txt";
-    std::ifstream in(path);
-    SahMesh m;
-    std::string comment;
-    std::getline(in, comment);
-    int nv = 0, nt = 0;
-    in >> nv >> nt;
-    for (int i = 0; i < nv; ++i) {
-        float x, y, z;
-        in >> x >> y >> z;
-        m.vert(x, y, z);
-    }
-    for (int i = 0; i < nt; ++i) {
-        Lum32s a, b, c;
-        in >> a >> b >> c;
-        m.tri(a, b, c);
-    }
-    return m;
-}
 
 const SahMesh& mesh(int which) {
     static std::map<int, std::unique_ptr<SahMesh>> cache;
     auto& slot = cache[which];
     if (!slot) {
-        if (which == 0) slot = std::make_unique<SahMesh>(loadBunny());
+        if (which == 0) slot = std::make_unique<SahMesh>(sahBunny());
         if (which == 1) slot = std::make_unique<SahMesh>(sahBumpySphere(224, 224));  // 100,352
         if (which == 2) slot = std::make_unique<SahMesh>(sahBumpySphere(708, 708));  // 1,002,528
     }

@@ -3,7 +3,9 @@
 
 #include <cmath>
 #include <cstdint>
+#include <fstream>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "lumr.h"
@@ -63,6 +65,30 @@ inline SahMesh sahSoup(int count, uint32_t seed) {
             idx[c] = m.vert(p[0], p[1], p[2]);
         }
         m.tri(idx[0], idx[1], idx[2]);
+    }
+    return m;
+}
+
+// The Stanford bunny of data/bunny.txt: a comment line, the vertex and
+// triangle counts, then x y z per vertex and three corners per triangle.
+inline SahMesh sahBunny() {
+    std::string path = __FILE__;
+    path = path.substr(0, path.find_last_of('/')) + "/../../data/bunny.txt";
+    std::ifstream in(path);
+    SahMesh m;
+    std::string comment;
+    std::getline(in, comment);
+    int nv = 0, nt = 0;
+    in >> nv >> nt;
+    for (int i = 0; i < nv; ++i) {
+        float x, y, z;
+        in >> x >> y >> z;
+        m.vert(x, y, z);
+    }
+    for (int i = 0; i < nt; ++i) {
+        Lum32s a, b, c;
+        in >> a >> b >> c;
+        m.tri(a, b, c);
     }
     return m;
 }

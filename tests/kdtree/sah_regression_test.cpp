@@ -73,19 +73,6 @@ SahMesh latticeMesh(int count, uint32_t seed) {
     return m;
 }
 
-SahMesh bunnyMesh() {
-    std::string path = __FILE__;
-    std::ifstream in(path.substr(0, path.find_last_of('/')) + "/../../data/bunny.txt");
-    SahMesh m;
-    std::string comment;
-    std::getline(in, comment);
-    int nv = 0, nt = 0;
-    in >> nv >> nt;
-    for (float x, y, z; nv-- > 0 && in >> x >> y >> z;) m.vert(x, y, z);
-    for (Lum32s a, b, c; nt-- > 0 && in >> a >> b >> c;) m.tri(a, b, c);
-    return m;
-}
-
 // Status, size and block words of one build, hashed (FNV-1a).
 uint64_t buildHash(const SahMesh& m, float quality, Lum32s maxDepth, const float* clip) {
     LumKDTreeNode* tree = nullptr;
@@ -153,7 +140,7 @@ const Scene kScenes[] = {
      {0x77d19865a1f13309ull, 0x2b49332ea0527775ull, 0xf6b855434b68bc8ull, 0xbd9897d596c0e46aull,
       0x2f37ae3b3223b215ull, 0x358456d77d18b7d5ull, 0xca7dc89a046fa5dull, 0xbad3e7f74fb79e2dull,
       0x7ad86d2679e95e68ull, 0x63d34f7f9f137afdull, 0x8e9fe8490a8627ebull, 0x184b2c5b1aeab888ull}},
-    {"bunny", bunnyMesh(), {-2.0f, 1.0f, -1.0f, 3.0f, 6.0f, 2.5f},
+    {"bunny", sahBunny(), {-2.0f, 1.0f, -1.0f, 3.0f, 6.0f, 2.5f},
      {0xc718c6dcb52469d6ull, 0x19e9eff29099ff18ull, 0x86831bb6a98084bull, 0xc3cec7cff7ff407full,
       0x86831bb6a98084bull, 0x5ed84c8a9077e466ull, 0x17b523f38834d2afull, 0xf76bc642d495312full,
       0x8706224096ebb174ull, 0x65e9023214999413ull, 0x17e555ee1db3bfa1ull, 0x91f2125fb1283c70ull}},

@@ -23,6 +23,12 @@ struct OwnCubic {
     static const Lum32f* table() { return Table->w; }
 };
 
+// The four cubic codes, 4 to 7, by their tables.
+using OwnCubic4 = OwnCubic<&ownCubicTable4>;
+using OwnCubic5 = OwnCubic<&ownCubicTable5>;
+using OwnCubic6 = OwnCubic<&ownCubicTable6>;
+using OwnCubic7 = OwnCubic<&ownCubicTable7>;
+
 template <class K>
 struct OwnIsCubic : std::false_type {};
 template <const OwnCubicTable* Table>

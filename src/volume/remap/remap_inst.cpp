@@ -3,10 +3,10 @@
 
 namespace {
 
-using K4 = OwnCubic<&ownCubicTable4>;
-using K5 = OwnCubic<&ownCubicTable5>;
-using K6 = OwnCubic<&ownCubicTable6>;
-using K7 = OwnCubic<&ownCubicTable7>;
+using K4 = OwnCubic4;
+using K5 = OwnCubic5;
+using K6 = OwnCubic6;
+using K7 = OwnCubic7;
 using S8 = OwnSample8u;
 using S16 = OwnSample16u;
 using S32 = OwnSample32f;
